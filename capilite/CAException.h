@@ -14,8 +14,8 @@
 class PKIXCMP_API CAException : public std::runtime_error {
 public:
     CAException(const char* message, const char* file, int line);
-    CAException(const std::string& message, const char* file, int line)
-        : CAException(message.c_str(), file, line) {}
+    CAException(const std::string& message, const char* sourceFile, int sourceLine)
+        : CAException(message.c_str(), sourceFile, sourceLine) {}
     ~CAException() override;
 
     /// "Exception :'" message "' at file:'" file "' line:" line.
