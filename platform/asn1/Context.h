@@ -35,6 +35,13 @@ struct PKIXCMP_API ASN1CTXT {
     std::size_t used() const noexcept { return closed_ + static_cast<std::size_t>(next_ - begin_); }
     /// Frees all values, keeps the context itself usable.
     void reset() noexcept;
+    /// Refuses to grow the arena beyond this many bytes in use; checked when a block is added, so
+    /// a little more may be handed out. Gives the limit that was in force.
+    std::size_t setLimit(std::size_t limit) noexcept {
+        std::size_t old = limit_;
+        limit_ = limit;
+        return old;
+    }
 
     void setError(int code, std::string_view text, std::size_t offset);
     /// Puts a field name in front of the path of the error; called while a failure unwinds.
@@ -59,6 +66,7 @@ private:
     unsigned char* begin_ = nullptr;
     Block* blocks_ = nullptr;
     std::size_t closed_ = 0;
+    std::size_t limit_ = static_cast<std::size_t>(-1);
     int refs_ = 0;
     int code_ = 0;
     std::size_t offset_ = 0;
@@ -69,6 +77,7 @@ private:
     unsigned char* encodeBuffer_ = nullptr;
     std::size_t encodeCapacity_ = 0;
     std::size_t encodeLength_ = 0;
+    bool encodeFixed_ = false;  // the buffer is the caller's and does not grow
     const unsigned char* decodePtr_ = nullptr;
     const unsigned char* decodeEnd_ = nullptr;
 };

@@ -13,20 +13,21 @@
 // text `rtErrGetText` gives.
 
 inline constexpr int ASN_OK = 0;
-inline constexpr int ASN_E_BUFOVFLW = -1;   // no room in the caller's buffer
-inline constexpr int ASN_E_ENDOFBUF = -2;   // input ends inside a value
-inline constexpr int ASN_E_INVTAG = -3;     // another tag was expected
-inline constexpr int ASN_E_INVLEN = -4;     // a length that does not fit
-inline constexpr int ASN_E_INVVAL = -5;     // content that is no value of the type
-inline constexpr int ASN_E_NOMEM = -6;      // no memory, or the byte budget is spent
-inline constexpr int ASN_E_DEPTH = -7;      // nested deeper than the limit
-inline constexpr int ASN_E_TRAILING = -8;   // bytes behind the value
-inline constexpr int ASN_E_CHOICE = -9;     // no such alternative
-inline constexpr int ASN_E_MISSING = -10;   // a required field is absent
-inline constexpr int ASN_E_XML = -11;       // XER text that cannot be read
-inline constexpr int ASN_E_TOOBIG = -12;    // a number or text too big for where it must go
+inline constexpr int ASN_E_BUFOVFLW = -1;  // no room in the caller's buffer
+inline constexpr int ASN_E_ENDOFBUF = -2;  // input ends inside a value
+inline constexpr int ASN_E_INVTAG = -3;    // another tag was expected
+inline constexpr int ASN_E_INVLEN = -4;    // a length that does not fit
+inline constexpr int ASN_E_INVVAL = -5;    // content that is no value of the type
+inline constexpr int ASN_E_NOMEM = -6;     // no memory, or the byte budget is spent
+inline constexpr int ASN_E_DEPTH = -7;     // nested deeper than the limit
+inline constexpr int ASN_E_TRAILING = -8;  // bytes behind the value
+inline constexpr int ASN_E_CHOICE = -9;    // no such alternative
+inline constexpr int ASN_E_MISSING = -10;  // a required field is absent
+inline constexpr int ASN_E_XML = -11;      // XER text that cannot be read
+inline constexpr int ASN_E_TOOBIG = -12;   // a number or text too big for where it must go
 
-/// How a string is tagged by `xe_charstr` and its kin.
+/// How a string is tagged by `xe_charstr` and its kin: `ASN1EXPL` writes tag and length in front,
+/// `ASN1IMPL` the content alone, for a caller who writes a tag of his own.
 enum ASN1TagType { ASN1IMPL, ASN1EXPL };
 
 // Contexts and memory.
@@ -85,7 +86,8 @@ PKIXCMP_API void rtBigIntFree(ASN1BigInt* number);
 
 // Single values through the context's own cursor. `xe_*` writes back to front; the return value is
 // the length of what was written, or below zero.
-/// Starts a new encoding in memory of the context.
+/// Starts a new encoding in the caller's buffer, or for a null buffer in memory of the context,
+/// which grows.
 PKIXCMP_API int xe_setp(ASN1CTXT* ctxt, std::uint8_t* buffer, std::size_t size);
 /// Where the encoding begins.
 PKIXCMP_API std::uint8_t* xe_getp(ASN1CTXT* ctxt);
@@ -95,10 +97,10 @@ PKIXCMP_API int xe_octstr(ASN1CTXT* ctxt, const std::uint8_t* data, std::size_t 
                           ASN1TagType tagging);
 /// Points the read cursor at bytes.
 PKIXCMP_API int xd_setp(ASN1CTXT* ctxt, const std::uint8_t* data, std::size_t length);
-/// Reads one identifier octet sequence and length, both checked against what is left; leaves the
-/// cursor at the content. `constructed` and `tagNumber` describe a universal or other class tag.
+/// Reads identifier octets and a definite length, both checked against what is left; gives the
+/// first identifier octet and leaves the cursor at the content.
 PKIXCMP_API int xd_tag_len(ASN1CTXT* ctxt, std::uint8_t* firstOctet, std::size_t* length);
-/// The content octets at the cursor, which must be of the length just read.
+/// The content octets at the cursor, which moves past them; null when fewer are left.
 PKIXCMP_API const std::uint8_t* xd_content(ASN1CTXT* ctxt, std::size_t length);
 
 // Whole values by their schema.

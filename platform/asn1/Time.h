@@ -32,7 +32,8 @@ public:
     int getFraction() const;  // milliseconds
     /// The code of the fault in the text given, 0 when it parsed.
     int status() const { return status_; }
-    /// Sets the time; `utc` says that the text ends in "Z".
+    /// Sets the time. Without `utc`, and unless the DER form was asked for, the fields are the
+    /// local time's and the text ends in its offset; otherwise it ends in "Z".
     int setTime(std::time_t time, bool utc);
     int addDays(int days);
     int addMilliseconds(int milliseconds);
@@ -50,10 +51,12 @@ protected:
 
 private:
     int fail(const char* text) const;
+    int setField(int& field, int value, int low, int high, const char* text);
+    bool complete() const;
     int parse(std::string_view text);
     std::string format() const;
     long long ticks() const;  // milliseconds since 1970
-    void setTicks(long long ticks);
+    int setTicks(long long ticks);
 
     ASN1CtxtRef context_;
     Kind kind_;
@@ -61,6 +64,7 @@ private:
     int status_ = 0;
     int year_ = 0, month_ = 0, day_ = 0, hour_ = 0, minute_ = 0, second_ = 0;
     int millisecond_ = 0;
+    int zone_ = 0;  // minutes east of UTC that the fields are given in
 };
 
 /// RFC 5280 4.1.2.5.1. Years below 50 are 20xx; a year written keeps its last two digits.
