@@ -38,7 +38,8 @@ struct ASN1TDynOctStr {
     ASN1TDynOctStr() = default;
     ASN1TDynOctStr(std::uint32_t n, const std::uint8_t* p) : numocts(n), data(p) {}
     friend bool operator==(const ASN1TDynOctStr& a, const ASN1TDynOctStr& b) {
-        return a.numocts == b.numocts && (a.numocts == 0 || !std::memcmp(a.data, b.data, a.numocts));
+        return a.numocts == b.numocts &&
+               (a.numocts == 0 || !std::memcmp(a.data, b.data, a.numocts));
     }
 };
 
@@ -67,7 +68,8 @@ struct PKIXCMP_API ASN1TObjId {
     /// The arcs; empty (numids 0) for octets that are no identifier or have more than 128 arcs.
     operator ASN1OBJID() const;
     friend bool operator==(const ASN1TObjId& a, const ASN1TObjId& b) {
-        return a.numocts == b.numocts && (a.numocts == 0 || !std::memcmp(a.data, b.data, a.numocts));
+        return a.numocts == b.numocts &&
+               (a.numocts == 0 || !std::memcmp(a.data, b.data, a.numocts));
     }
 };
 PKIXCMP_API bool operator==(const ASN1TObjId& a, const ASN1OBJID& b);

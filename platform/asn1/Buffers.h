@@ -111,3 +111,10 @@ public:
     T& operator*() const { return *static_cast<T*>(getValue()); }
     T* operator->() const { return static_cast<T*>(getValue()); }
 };
+
+/// Declares the schema of `asn1data::ASN1T_name`, outside of any namespace.
+#define PKIXCMP_ASN1_SCHEMA(name) \
+    template <>                   \
+    PKIXCMP_API const asn1::Type Schema<asn1data::ASN1T_##name>::type;
+/// Declares the control object of `ASN1T_name`, inside `asn1data`.
+#define PKIXCMP_ASN1_CONTROL(name) using ASN1C_##name = ASN1Control<ASN1T_##name>;

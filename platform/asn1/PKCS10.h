@@ -19,8 +19,17 @@ struct ASN1T_CertificationRequest {
     ASN1TDynBitStr signature;
 };
 
-using ASN1C_CertificationRequest_certificationRequestInfo =
-    ASN1Control<ASN1T_CertificationRequest_certificationRequestInfo>;
-using ASN1C_CertificationRequest = ASN1Control<ASN1T_CertificationRequest>;
+}  // namespace asn1data
+
+// The types of this module, for whoever must walk them all.
+// clang-format off
+#define PKIXCMP_PKCS10_TYPES(X)                                                                   \
+    X(CertificationRequest_certificationRequestInfo) X(CertificationRequest)
+// clang-format on
+PKIXCMP_PKCS10_TYPES(PKIXCMP_ASN1_SCHEMA)
+
+namespace asn1data {
+
+PKIXCMP_PKCS10_TYPES(PKIXCMP_ASN1_CONTROL)
 
 }  // namespace asn1data

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/asn1/Buffers.h"
+#include "platform/asn1/Runtime.h"
 
 // Types of PKIX1Explicit88 (RFC 5280 A.1). In every record `m` says which optional fields are
 // present; for a field with a DEFAULT the mark means that it was written. A CHOICE counts its
@@ -182,35 +183,22 @@ struct ASN1T_CertificateList {
     ASN1TDynBitStr signature;
 };
 
-using ASN1C_NULLParams = ASN1Control<ASN1T_NULLParams>;
-using ASN1C_AlgorithmIdentifier = ASN1Control<ASN1T_AlgorithmIdentifier>;
-using ASN1C_DirectoryString = ASN1Control<ASN1T_DirectoryString>;
-using ASN1C_PostalAddress = ASN1Control<ASN1T_PostalAddress>;
-using ASN1C_AttributeTypeAndValue = ASN1Control<ASN1T_AttributeTypeAndValue>;
-using ASN1C_RelativeDistinguishedName = ASN1Control<ASN1T_RelativeDistinguishedName>;
-using ASN1C_RDNSequence = ASN1Control<ASN1T_RDNSequence>;
-using ASN1C_Name = ASN1Control<ASN1T_Name>;
-using ASN1C_Attribute = ASN1Control<ASN1T_Attribute>;
-using ASN1C_Attributes = ASN1Control<ASN1T_Attributes>;
-using ASN1C_Time = ASN1Control<ASN1T_Time>;
-using ASN1C_Validity = ASN1Control<ASN1T_Validity>;
-using ASN1C_SubjectPublicKeyInfo = ASN1Control<ASN1T_SubjectPublicKeyInfo>;
-using ASN1C_Extension = ASN1Control<ASN1T_Extension>;
-using ASN1C_Extensions = ASN1Control<ASN1T_Extensions>;
-using ASN1C_TBSCertificate = ASN1Control<ASN1T_TBSCertificate>;
-using ASN1C_Certificate = ASN1Control<ASN1T_Certificate>;
-using ASN1C_CertificateSerialNumber = ASN1Control<ASN1T_CertificateSerialNumber>;
-using ASN1C_RevokedCertificate = ASN1Control<ASN1T_RevokedCertificate>;
-using ASN1C_TBSCertList = ASN1Control<ASN1T_TBSCertList>;
-using ASN1C_CertificateList = ASN1Control<ASN1T_CertificateList>;
-
-inline int asn1Copy_Time(ASN1CTXT* ctxt, const ASN1T_Time& source, ASN1T_Time& target);
-
 }  // namespace asn1data
 
-#include "platform/asn1/Runtime.h"
+// The types of this module, for whoever must walk them all.
+// clang-format off
+#define PKIXCMP_PKIX1EXPLICIT_TYPES(X)                                                            \
+    X(NULLParams) X(AlgorithmIdentifier) X(DirectoryString) X(PostalAddress)                      \
+    X(AttributeTypeAndValue) X(RelativeDistinguishedName) X(RDNSequence) X(Name)                  \
+    X(AttributeValues) X(Attribute) X(Attributes) X(Time) X(Validity) X(SubjectPublicKeyInfo)     \
+    X(Extension) X(Extensions) X(TBSCertificate) X(Certificate) X(CertificateSerialNumber)        \
+    X(RevokedCertificate) X(RevokedCertificates) X(TBSCertList) X(CertificateList)
+// clang-format on
+PKIXCMP_PKIX1EXPLICIT_TYPES(PKIXCMP_ASN1_SCHEMA)
 
 namespace asn1data {
+
+PKIXCMP_PKIX1EXPLICIT_TYPES(PKIXCMP_ASN1_CONTROL)
 
 inline int asn1Copy_Time(ASN1CTXT* ctxt, const ASN1T_Time& source, ASN1T_Time& target) {
     return asn1Copy(ctxt, source, target);

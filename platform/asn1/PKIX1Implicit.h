@@ -231,33 +231,27 @@ struct ASN1T_CAVersion {
     std::int32_t value = 0;
 };
 
-using ASN1C_SubjectKeyIdentifier = ASN1Control<ASN1T_SubjectKeyIdentifier>;
-using ASN1C_KeyUsage = ASN1Control<ASN1T_KeyUsage>;
-using ASN1C_GeneralName = ASN1Control<ASN1T_GeneralName>;
-using ASN1C_GeneralNames = ASN1Control<ASN1T_GeneralNames>;
-using ASN1C_AuthorityKeyIdentifier = ASN1Control<ASN1T_AuthorityKeyIdentifier>;
-using ASN1C_PrivateKeyUsagePeriod = ASN1Control<ASN1T_PrivateKeyUsagePeriod>;
-using ASN1C_CertificatePoliciesSyntax = ASN1Control<ASN1T_CertificatePoliciesSyntax>;
-using ASN1C_PolicyMappingsSyntax = ASN1Control<ASN1T_PolicyMappingsSyntax>;
-using ASN1C_SubjectDirectoryAttributes = ASN1Control<ASN1T_SubjectDirectoryAttributes>;
-using ASN1C_BasicConstraintsSyntax = ASN1Control<ASN1T_BasicConstraintsSyntax>;
-using ASN1C_NameConstraintsSyntax = ASN1Control<ASN1T_NameConstraintsSyntax>;
-using ASN1C_PolicyConstraintsSyntax = ASN1Control<ASN1T_PolicyConstraintsSyntax>;
-using ASN1C_DistributionPointName = ASN1Control<ASN1T_DistributionPointName>;
-using ASN1C_DistributionPoint = ASN1Control<ASN1T_DistributionPoint>;
-using ASN1C_CRLDistPointsSyntax = ASN1Control<ASN1T_CRLDistPointsSyntax>;
-using ASN1C_ExtKeyUsageSyntax = ASN1Control<ASN1T_ExtKeyUsageSyntax>;
-using ASN1C_InhibitAnyPolicy = ASN1Control<ASN1T_InhibitAnyPolicy>;
-using ASN1C_AuthorityInfoAccessSyntax = ASN1Control<ASN1T_AuthorityInfoAccessSyntax>;
-using ASN1C_SubjectInfoAccessSyntax = ASN1Control<ASN1T_SubjectInfoAccessSyntax>;
-using ASN1C_CRLNumber = ASN1Control<ASN1T_CRLNumber>;
-using ASN1C_BaseCRLNumber = ASN1Control<ASN1T_BaseCRLNumber>;
-using ASN1C_IssuingDistributionPoint = ASN1Control<ASN1T_IssuingDistributionPoint>;
-using ASN1C_CRLReason = ASN1Control<ASN1T_CRLReason>;
-using ASN1C_HoldInstruction = ASN1Control<ASN1T_HoldInstruction>;
-using ASN1C_InvalidityDate = ASN1Control<ASN1T_InvalidityDate>;
-using ASN1C_CertificateIssuer = ASN1Control<ASN1T_CertificateIssuer>;
-using ASN1C_SubjectAltName = ASN1Control<ASN1T_SubjectAltName>;
-using ASN1C_IssuerAltName = ASN1Control<ASN1T_IssuerAltName>;
+}  // namespace asn1data
+
+// The types of this module, for whoever must walk them all.
+// clang-format off
+#define PKIXCMP_PKIX1IMPLICIT_TYPES(X)                                                            \
+    X(KeyIdentifier) X(SubjectKeyIdentifier) X(KeyUsage) X(ReasonFlags) X(AnotherName)            \
+    X(EDIPartyName) X(GeneralName) X(GeneralNames) X(AuthorityKeyIdentifier)                      \
+    X(PrivateKeyUsagePeriod) X(PolicyQualifierInfo) X(PolicyQualifiers) X(PolicyInformation)      \
+    X(CertificatePoliciesSyntax) X(CPSuri) X(DisplayText) X(NoticeReference) X(UserNotice)        \
+    X(PolicyMapping) X(PolicyMappingsSyntax) X(SubjectDirectoryAttributes)                        \
+    X(BasicConstraintsSyntax) X(GeneralSubtree) X(GeneralSubtrees) X(NameConstraintsSyntax)       \
+    X(PolicyConstraintsSyntax) X(DistributionPointName) X(DistributionPoint)                      \
+    X(CRLDistPointsSyntax) X(ExtKeyUsageSyntax) X(InhibitAnyPolicy) X(AccessDescription)          \
+    X(AuthorityInfoAccessSyntax) X(SubjectInfoAccessSyntax) X(CRLNumber) X(BaseCRLNumber)         \
+    X(IssuingDistributionPoint) X(CRLReason) X(HoldInstruction) X(InvalidityDate)                 \
+    X(CertificateIssuer) X(SubjectAltName) X(IssuerAltName) X(CAVersion)
+// clang-format on
+PKIXCMP_PKIX1IMPLICIT_TYPES(PKIXCMP_ASN1_SCHEMA)
+
+namespace asn1data {
+
+PKIXCMP_PKIX1IMPLICIT_TYPES(PKIXCMP_ASN1_CONTROL)
 
 }  // namespace asn1data

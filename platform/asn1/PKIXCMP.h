@@ -3,15 +3,16 @@
 #include "platform/asn1/PKCS10.h"
 #include "platform/asn1/PKIXCRMF.h"
 
-// Types of PKIXCMP (RFC 4210 appendix F) and the few of this system. CMPCertificate is a Certificate
-// (its CHOICE has one untagged alternative). Every context tag here is explicit.
+// Types of PKIXCMP (RFC 4210 appendix F) and the few of this system. CMPCertificate is a
+// Certificate (its CHOICE has one untagged alternative). Every context tag here is explicit.
 
 namespace asn1data {
 
 struct ASN1T_PKIFreeText : ASN1TSeqOf<ASN1TString> {};  // UTF8String
 
-/// InfoTypeAndValue. The decoded value stands beside the bytes for the info types of RFC 4210 5.3.19
-/// and those of this system (`ASN1T_ChangeNameReq`, `ASN1T_RevDetails`, `ASN1T_PKIAudit`).
+/// InfoTypeAndValue. The decoded value stands beside the bytes for the info types of RFC
+/// 4210 5.3.19 and those of this system (`ASN1T_ChangeNameReq`, `ASN1T_RevDetails`,
+/// `ASN1T_PKIAudit`).
 struct ASN1T_InfoTypeAndValue {
     struct {
         bool infoValuePresent = false;
@@ -250,6 +251,24 @@ struct ASN1T_PKIMessage {
     ASN1T_Certificates extraCerts;
 };
 
+/// What `protection` is computed over.
+struct ASN1T_ProtectedPart {
+    ASN1T_PKIHeader header;
+    ASN1T_PKIBody body;
+};
+
+// Values of info types that have no name of their own elsewhere (RFC 4210 5.3.19).
+struct ASN1T_SignKeyPairTypesValue : ASN1TSeqOf<ASN1T_AlgorithmIdentifier> {};
+struct ASN1T_EncKeyPairTypesValue : ASN1TSeqOf<ASN1T_AlgorithmIdentifier> {};
+struct ASN1T_UnsupportedOIDsValue : ASN1TSeqOf<ASN1TObjId> {};
+struct ASN1T_KeyPairParamReqValue {
+    ASN1TObjId value;
+};
+struct ASN1T_ConfirmWaitTimeValue {
+    ASN1TString value;  // GeneralizedTime
+};
+struct ASN1T_SuppLangTagsValue : ASN1TSeqOf<ASN1TString> {};  // UTF8String
+
 // This system's own.
 
 /// Audit record in generalInfo: SEQUENCE { type, session, eventCounter INTEGER (0..4294967295),
@@ -274,24 +293,26 @@ struct ASN1T_ChangeNameReq {
     ASN1T_PKIFreeText newText;
 };
 
-using ASN1C_PKIFreeText = ASN1Control<ASN1T_PKIFreeText>;
-using ASN1C_InfoTypeAndValue = ASN1Control<ASN1T_InfoTypeAndValue>;
-using ASN1C_GenMsgContent = ASN1Control<ASN1T_GenMsgContent>;
-using ASN1C_PKIHeader = ASN1Control<ASN1T_PKIHeader>;
-using ASN1C_PKIStatusInfo = ASN1Control<ASN1T_PKIStatusInfo>;
-using ASN1C_CertRepMessage = ASN1Control<ASN1T_CertRepMessage>;
-using ASN1C_CertResponse = ASN1Control<ASN1T_CertResponse>;
-using ASN1C_RevDetails = ASN1Control<ASN1T_RevDetails>;
-using ASN1C_RevReqContent = ASN1Control<ASN1T_RevReqContent>;
-using ASN1C_RevRepContent = ASN1Control<ASN1T_RevRepContent>;
-using ASN1C_CAKeyUpdAnnContent = ASN1Control<ASN1T_CAKeyUpdAnnContent>;
-using ASN1C_RevAnnContent = ASN1Control<ASN1T_RevAnnContent>;
-using ASN1C_ErrorMsgContent = ASN1Control<ASN1T_ErrorMsgContent>;
-using ASN1C_PKIBody = ASN1Control<ASN1T_PKIBody>;
-using ASN1C_PKIMessage = ASN1Control<ASN1T_PKIMessage>;
-using ASN1C_PKIMessages = ASN1Control<ASN1T_PKIMessages>;
-using ASN1C_PKIAudit = ASN1Control<ASN1T_PKIAudit>;
-using ASN1C_ChangeNameReq = ASN1Control<ASN1T_ChangeNameReq>;
+}  // namespace asn1data
+
+// The types of this module, for whoever must walk them all.
+// clang-format off
+#define PKIXCMP_PKIXCMP_TYPES(X)                                                                  \
+    X(PKIFreeText) X(InfoTypeAndValue) X(GenMsgContent) X(GenRepContent) X(PKIHeader)             \
+    X(PKIStatusInfo) X(Certificates) X(CertOrEncCert) X(CertifiedKeyPair) X(CertResponse)         \
+    X(CertRepMessage) X(Challenge) X(POPODecKeyChallContent) X(POPODecKeyRespContent)             \
+    X(KeyRecRepContent) X(RevDetails) X(RevReqContent) X(RevRepContent) X(CAKeyUpdAnnContent)     \
+    X(RevAnnContent) X(CRLAnnContent) X(CertStatus) X(CertConfirmContent) X(ErrorMsgContent)      \
+    X(PollReq) X(PollReqContent) X(PollRep) X(PollRepContent) X(PKIBody) X(PKIMessage)            \
+    X(PKIMessages) X(ProtectedPart) X(SignKeyPairTypesValue) X(EncKeyPairTypesValue)              \
+    X(UnsupportedOIDsValue) X(KeyPairParamReqValue) X(ConfirmWaitTimeValue)                       \
+    X(SuppLangTagsValue) X(PKIAudit) X(ChangeNameReq)
+// clang-format on
+PKIXCMP_PKIXCMP_TYPES(PKIXCMP_ASN1_SCHEMA)
+
+namespace asn1data {
+
+PKIXCMP_PKIXCMP_TYPES(PKIXCMP_ASN1_CONTROL)
 
 /// Fills the table-constraint field; see `asn1DTC_Extension`.
 PKIXCMP_API int asn1DTC_InfoTypeAndValue(ASN1CTXT* ctxt, ASN1T_InfoTypeAndValue* value);

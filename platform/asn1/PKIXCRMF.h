@@ -178,16 +178,26 @@ struct ASN1T_PBMParameter {
     ASN1T_AlgorithmIdentifier mac;
 };
 
-using ASN1C_CertTemplate = ASN1Control<ASN1T_CertTemplate>;
-using ASN1C_CertRequest = ASN1Control<ASN1T_CertRequest>;
-using ASN1C_POPOSigningKey = ASN1Control<ASN1T_POPOSigningKey>;
-using ASN1C_ProofOfPossession = ASN1Control<ASN1T_ProofOfPossession>;
-using ASN1C_CertReqMsg = ASN1Control<ASN1T_CertReqMsg>;
-using ASN1C_CertReqMessages = ASN1Control<ASN1T_CertReqMessages>;
-using ASN1C_PKIPublicationInfo = ASN1Control<ASN1T_PKIPublicationInfo>;
-using ASN1C_EncryptedValue = ASN1Control<ASN1T_EncryptedValue>;
-using ASN1C_PKIArchiveOptions = ASN1Control<ASN1T_PKIArchiveOptions>;
-using ASN1C_CertId = ASN1Control<ASN1T_CertId>;
-using ASN1C_PBMParameter = ASN1Control<ASN1T_PBMParameter>;
+/// Values of the controls and registration infos that are a UTF8String.
+struct ASN1T_RegToken : ASN1TString {};
+struct ASN1T_Authenticator : ASN1TString {};
+struct ASN1T_UTF8Pairs : ASN1TString {};
+
+}  // namespace asn1data
+
+// The types of this module, for whoever must walk them all.
+// clang-format off
+#define PKIXCMP_PKIXCRMF_TYPES(X)                                                                 \
+    X(OptionalValidity) X(CertTemplate) X(Controls) X(CertRequest) X(PKMACValue)                  \
+    X(POPOSigningKeyInput_authInfo) X(POPOSigningKeyInput) X(POPOSigningKey) X(POPOPrivKey)       \
+    X(ProofOfPossession) X(CertReqMsg) X(CertReqMessages) X(SinglePubInfo)                        \
+    X(PKIPublicationInfo) X(EncryptedValue) X(EncryptedKey) X(PKIArchiveOptions) X(CertId)        \
+    X(PBMParameter) X(RegToken) X(Authenticator) X(UTF8Pairs)
+// clang-format on
+PKIXCMP_PKIXCRMF_TYPES(PKIXCMP_ASN1_SCHEMA)
+
+namespace asn1data {
+
+PKIXCMP_PKIXCRMF_TYPES(PKIXCMP_ASN1_CONTROL)
 
 }  // namespace asn1data
