@@ -132,4 +132,4 @@ PKIXCMP_API std::string get_sub_xml_lend(std::string& text);
 /// The name of an empty tag.
 PKIXCMP_API std::string get_sub_xml_rend(std::string& text);
 /// True when the text of a tag is that of an end tag.
-PKIXCMP_API bool is_lend(std::string& tag);
+PKIXCMP_API bool is_lend(const std::string& tag);
