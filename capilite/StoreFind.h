@@ -31,7 +31,8 @@ protected:
 };
 
 // Predicates. Texts and blobs are references to the caller's objects, which outlive the search,
-// unless marked as owned; null or empty ones pass every object.
+// unless marked as owned; names that are compared by their normal form are owned. A null or empty
+// one passes every object.
 
 /// The text of the issuer holds the substring, and the serial number equals the one given, whose
 /// bytes are little-endian as `Serial2Blob` makes them.
@@ -55,8 +56,7 @@ public:
     bool operator==(const _CERT_CONTEXT& context) const override;
 
 private:
-    const CACMPT_BLOB& subject_;
-    mutable CACMPT_CERT_NAME name_;  // the subject with its normal form, made when first compared
+    CACMPT_CERT_NAME subject_;  // keeps its normal form from the first comparison on
     CACMPT_BLOB serial_;
 };
 
@@ -114,8 +114,7 @@ public:
     bool operator==(const _CRL_CONTEXT& context) const override;
 
 private:
-    const CACMPT_BLOB& issuer_;
-    mutable CACMPT_CERT_NAME name_;
+    CACMPT_CERT_NAME issuer_;
 };
 
 /// As `CrlFindByIssuer`, and the CRL's authority key identifier does not contradict the key

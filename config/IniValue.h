@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -68,12 +69,13 @@ public:
     TSupportRegistrySearchValue* get() const { return value_.get(); }
 
 private:
+    int read_name(std::string& name) const;
     [[noreturn]] void throw_bad_type(const char* word) const;
     [[noreturn]] void throw_bad() const;
     /// Nothing for success; else the failure that a getter of the type `word` gives for the code.
     void check(int code, const char* word) const;
-    template <class Char, class Read>
-    std::basic_string<Char> read_text(Read read, const char* word) const;
+    using TextReader = int (*)(const TSupportRegistrySearchValue*, std::size_t*, char*);
+    std::string read_text(TextReader read, const char* word) const;
 
     struct Free {
         void operator()(TSupportRegistrySearchValue* value) const {

@@ -23,6 +23,8 @@ PKIXCMP_API std::string full_container_name(const std::string& reader,
                                             const std::string& container);
 /// Appends the readers of a provider.
 PKIXCMP_API void get_reader_list(unsigned long long provider, ReaderList& readers);
+/// Has one of a provider's readers chosen. Empty, with the last error, when the person cancels.
+PKIXCMP_API std::string choose_reader(WndProv& wnd, unsigned long long provider);
 
 PKIXCMP_API std::string get_container(unsigned long long provider);
 PKIXCMP_API std::string get_unique(unsigned long long provider);
