@@ -57,6 +57,7 @@ constexpr CodeText texts[] = {
     {NTE_KEYSET_ENTRY_BAD, "The key container cannot be opened or is damaged."},
     {NTE_SYS_ERR, "An error of the system occurred."},
     {NTE_SILENT_CONTEXT, "The provider may not ask the user in a silent context."},
+    {NTE_BAD_KEYSET_PARAM, "The container name is not valid."},
     {NTE_FAIL, "An internal error occurred."},
     {CRYPT_E_FILE_ERROR, "An error occurred while reading or writing the file."},
     {CRYPT_E_NOT_FOUND, "The object or property cannot be found."},

@@ -60,6 +60,7 @@ inline constexpr std::uint32_t NTE_KEYSET_NOT_DEF = 0x80090019;
 inline constexpr std::uint32_t NTE_KEYSET_ENTRY_BAD = 0x8009001A;
 inline constexpr std::uint32_t NTE_SYS_ERR = 0x80090021;
 inline constexpr std::uint32_t NTE_SILENT_CONTEXT = 0x80090022;
+inline constexpr std::uint32_t NTE_BAD_KEYSET_PARAM = 0x8009001F;
 inline constexpr std::uint32_t NTE_FAIL = 0x80090020;
 inline constexpr std::uint32_t CRYPT_E_BAD_ENCODE = 0x80092002;
 inline constexpr std::uint32_t CRYPT_E_NOT_FOUND = 0x80092004;
