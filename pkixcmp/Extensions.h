@@ -69,15 +69,14 @@ public:
     void Delete(const std::string& oid);
 };
 
-/// One extension between the list's form and the generated record.
+/// Moves one extension between the list's form and the record.
 struct PKIXCMP_API ASN1T_Extension_traits {
-    /// `target` gets the identifier, criticality and a copy of the bytes, with the decoded value.
-    static void set(ASN1CTXT* context, asn1data::ASN1T_Extension& target,
-                    const CACMPT_Extension& source);
-    static void get(const asn1data::ASN1T_Extension& source, CACMPT_Extension& target);
-    /// A deep copy into the context.
-    static void copy(ASN1CTXT* context, asn1data::ASN1T_Extension& target,
-                     const asn1data::ASN1T_Extension& source);
+    using value_type = CACMPT_Extension;
+    using record_type = asn1data::ASN1T_Extension;
+    /// Identifier, criticality and a copy of the bytes, with the value decoded beside them.
+    static void set(ASN1CTXT* ctxt, record_type& target, const value_type& source);
+    static void get(const record_type& source, value_type& target);
+    static void copy(ASN1CTXT* ctxt, const record_type& source, record_type& target);
 };
 
 /// Rebuilds the record's list from `source`, in the context.
