@@ -41,7 +41,7 @@ struct ASN1T_GeneralName {
         ASN1TString uniformResourceIdentifier;
         ASN1TDynOctStr iPAddress;
         ASN1TObjId registeredID;
-        U() : rfc822Name() {}
+        constexpr U() : rfc822Name() {}
     } u;
 };
 
@@ -156,7 +156,7 @@ struct ASN1T_DistributionPointName {
     union U {
         ASN1T_GeneralNames* fullName;
         ASN1T_RelativeDistinguishedName* nameRelativeToCRLIssuer;
-        U() : fullName(nullptr) {}
+        constexpr U() : fullName(nullptr) {}
     } u;
 };
 struct ASN1T_DistributionPoint {

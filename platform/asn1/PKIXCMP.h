@@ -68,7 +68,7 @@ struct ASN1T_CertOrEncCert {
     union U {
         ASN1T_Certificate* certificate;
         ASN1T_EncryptedValue* encryptedCert;
-        U() : certificate(nullptr) {}
+        constexpr U() : certificate(nullptr) {}
     } u;
 };
 struct ASN1T_CertifiedKeyPair {
@@ -236,7 +236,7 @@ struct ASN1T_PKIBody {
         ASN1T_PollReqContent* pollReq;
         ASN1T_PollRepContent* pollRep;
         void* any;  // pkiconf has no value
-        U() : any(nullptr) {}
+        constexpr U() : any(nullptr) {}
     } u;
 };
 

@@ -62,7 +62,7 @@ struct ASN1T_POPOSigningKeyInput_authInfo {
     union U {
         ASN1T_GeneralName* sender;
         ASN1T_PKMACValue* publicKeyMAC;
-        U() : sender(nullptr) {}
+        constexpr U() : sender(nullptr) {}
     } u;
 };
 struct ASN1T_POPOSigningKeyInput {
@@ -87,7 +87,7 @@ struct ASN1T_POPOPrivKey {
         ASN1TDynBitStr dhMAC;
         ASN1T_PKMACValue* agreeMAC;
         ASN1TDynOctStr encryptedKey;  // the whole encoding
-        U() : thisMessage() {}
+        constexpr U() : thisMessage() {}
     } u;
 };
 
@@ -100,7 +100,7 @@ struct ASN1T_ProofOfPossession {
         ASN1T_POPOSigningKey* signature;
         ASN1T_POPOPrivKey* keyEncipherment;
         ASN1T_POPOPrivKey* keyAgreement;
-        U() : signature(nullptr) {}
+        constexpr U() : signature(nullptr) {}
     } u;
 };
 
@@ -151,7 +151,7 @@ struct ASN1T_EncryptedKey {
     union U {
         ASN1T_EncryptedValue* encryptedValue;
         ASN1TDynOctStr envelopedData;
-        U() : envelopedData() {}
+        constexpr U() : envelopedData() {}
     } u;
 };
 /// 1 encryptedPrivKey, 2 keyGenParameters, 3 archiveRemGenPrivKey.
@@ -161,7 +161,7 @@ struct ASN1T_PKIArchiveOptions {
         ASN1T_EncryptedKey* encryptedPrivKey;
         ASN1TDynOctStr keyGenParameters;
         ASN1TBool archiveRemGenPrivKey;
-        U() : keyGenParameters() {}
+        constexpr U() : keyGenParameters() {}
     } u;
 };
 

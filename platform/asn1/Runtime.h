@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -123,5 +124,10 @@ PKIXCMP_API int rtEncodeDer(ASN1CTXT* ctxt, const asn1::Type& type, const void* 
 /// Decodes bytes into a value in the context.
 PKIXCMP_API int rtDecodeBer(ASN1CTXT* ctxt, const asn1::Type& type, const std::uint8_t* data,
                             std::size_t length, void* value);
+/// Every type of the published modules, in the order of the modules' lists.
+PKIXCMP_API std::span<const asn1::Type* const> rtAllTypes();
+/// Memory in the context for a value of a type that is known only at run time, cleared; null when
+/// there is none left.
+PKIXCMP_API void* rtNewValue(ASN1CTXT* ctxt, const asn1::Type& type);
 /// The name of a type as it stands in XER text and in dumps.
 PKIXCMP_API const char* rtTypeName(const asn1::Type& type);

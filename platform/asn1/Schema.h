@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "platform/asn1/BasicTypes.h"
 #include "platform/asn1/Tlv.h"

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "platform/asn1/PKIX1Explicit.h"
 #include "platform/asn1/Schema.h"
 
 // Builders of schemas from typed member pointers. Mistakes stop the compilation: the text after
@@ -85,6 +86,8 @@ inline constexpr Type integer = primitive<std::int32_t>(Kind::integer, tagIntege
 inline constexpr Type unsignedInteger =
     primitive<std::uint32_t>(Kind::unsignedInteger, tagInteger, "INTEGER");
 inline constexpr Type bigInteger = primitive<ASN1TBigInt>(Kind::bigInteger, tagInteger, "INTEGER");
+inline constexpr Type enumerated =
+    primitive<std::int32_t>(Kind::enumerated, tagEnumerated, "ENUMERATED");
 inline constexpr Type bitString =
     primitive<ASN1TDynBitStr>(Kind::bitString, tagBitString, "BIT_STRING");
 inline constexpr Type octetString =
@@ -152,6 +155,12 @@ constexpr Type sequenceOf(const Type& element, const char* name) {
 template <class List>
 constexpr Type setOf(const Type& element, const char* name) {
     return list<List>(Kind::setOf, tagSet, element, name);
+}
+
+constexpr Type revokedCertificates(const Type& entry, const char* name) {
+    Type type = primitive<asn1data::ASN1T_RevokedCertificates>(Kind::revoked, tagSequence, name);
+    type.element = &entry;
+    return type;
 }
 
 // ---- The type that a member has unless its schema says otherwise
@@ -309,7 +318,7 @@ constexpr void checkFields(const Field* fields, std::size_t count) {
             if (k + 1 == count) break;
             if (clash(fields[i], fields[k + 1])) throw "an optional field is ambiguous";
         }
-        if (fields[i].set == nullptr) continue;
+        if (fields[i].idOffset == noOffset) continue;
         bool earlier = false;
         for (std::size_t k = 0; k < i; ++k) earlier |= fields[k].offset == fields[i].idOffset;
         if (!earlier) throw "the identifier of an open type does not stand in front of it";
