@@ -79,14 +79,10 @@ void parseGeneralInfo(const ASN1T_GenMsgContent& in, CACMPT_GeneralInfo& out) {
     }
 }
 
-// The name as text, cut to the room of the record.
 void parseName(const ASN1T_GeneralName& name, wchar_t (&out)[PKIXCMP_NAME_CHARS]) {
     CACMPT_PARSED_RDN der;
     GeneralizedNameParse(name, der);
-    const std::wstring text = der.tostring(3);
-    const std::size_t length = std::min(text.size(), PKIXCMP_NAME_CHARS - 1);
-    text.copy(out, length);
-    out[length] = L'\0';
+    copyNameText(der, out);
 }
 
 ASN1TString encodeElement(ASN1CTXT* context, const FreeTextItem& item) {
@@ -216,6 +212,13 @@ void GeneralizedNameParse(const ASN1T_GeneralName& name, CACMPT_PARSED_RDN& out)
         PKIXCMP_THROW(Asn1DecodeException, "Unsupported GeneralName.t");
     }
     out.assign(*name.u.directoryName);
+}
+
+void copyNameText(const CACMPT_PARSED_RDN& name, wchar_t (&out)[PKIXCMP_NAME_CHARS]) {
+    const std::wstring text = name.tostring(3);
+    const std::size_t length = std::min(text.size(), PKIXCMP_NAME_CHARS - 1);
+    text.copy(out, length);
+    out[length] = L'\0';
 }
 
 void FreeText_Encode(ASN1CTXT* context, ASN1T_PKIFreeText& out, const FreeText& text) {

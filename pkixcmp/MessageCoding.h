@@ -36,6 +36,9 @@ PKIXCMP_API int str2dn(const wchar_t* text, asn1data::ASN1T_Name& out, ASN1BEREn
 PKIXCMP_API void GeneralizedNameParse(const asn1data::ASN1T_GeneralName& name,
                                       CACMPT_PARSED_RDN& out);
 
+/// The text of a name, without "dn:" in front, cut to the room of a record.
+PKIXCMP_API void copyNameText(const CACMPT_PARSED_RDN& name, wchar_t (&out)[PKIXCMP_NAME_CHARS]);
+
 /// The longest element of a received free text, in characters with a terminating zero.
 inline constexpr std::size_t FREE_TEXT_CHARS = 4096;
 /// The elements with their language tags as UTF-8, in the context.
