@@ -13,6 +13,8 @@ constexpr const char* headerFile = "header";
 constexpr const char* triesFile = "tries";
 constexpr std::string_view makingPrefix = ".making-";
 constexpr std::string_view removingPrefix = ".removing-";
+constexpr std::string_view signaturePrefix = "signature-";
+constexpr std::string_view exchangePrefix = "exchange-";
 constexpr int allTries = 3;
 constexpr std::size_t longestHeader = 64 << 10;
 constexpr std::size_t longestKeyFile = 64 << 10;
@@ -50,7 +52,9 @@ void requireWhole(const Folder& folder, const ContainerHeader& header) {
 /// nobody else is at work. A key may lie there under a PIN that was changed since.
 void sweep(const Folder& folder, const ContainerHeader& header) {
     for (const std::string& name : folder.list()) {
-        if (name != headerFile && name != triesFile && !header.names(name)) folder.remove(name);
+        const bool ours = name.starts_with(temporaryPrefix) || name.starts_with(signaturePrefix) ||
+                          name.starts_with(exchangePrefix);
+        if (ours && !header.names(name)) folder.remove(name);
     }
 }
 
@@ -58,13 +62,13 @@ void sweep(const Folder& folder, const ContainerHeader& header) {
 void sweepReader(const Folder& reader) {
     for (const std::string& name : reader.list()) {
         if (name.starts_with(makingPrefix) || name.starts_with(removingPrefix)) {
-            reader.removeFolder(name);
+            reader.removeAll(name);
         }
     }
 }
 
 std::string fileStem(DWORD spec) {
-    return uniqueName(spec == AT_SIGNATURE ? "signature-" : "exchange-");
+    return uniqueName(spec == AT_SIGNATURE ? signaturePrefix : exchangePrefix);
 }
 
 ContainerHeader newHeader(const Place& place, const ProviderType& type) {
@@ -123,7 +127,7 @@ void Container::remove(const Place& place) {
         }
         reader->rename(place.name, removing);
     }
-    reader->removeFolder(removing);
+    reader->removeAll(removing);
 }
 
 std::vector<Container::Listed> Container::list(const Reader& reader, const ProviderType& type) {
@@ -145,6 +149,12 @@ std::vector<Container::Listed> Container::list(const Reader& reader, const Provi
 Protection Container::protection() {
     const std::lock_guard guard(mutex_);
     return header_.protection;
+}
+
+int Container::triesLeft() {
+    const std::lock_guard guard(mutex_);
+    const Folder folder = enter(Folder::Lock::shared);
+    return header_.protection == Protection::pin ? readTries(folder) : 0;
 }
 
 /// Opens the folder and reads its header anew. What was unlocked under an earlier protection is

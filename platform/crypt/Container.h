@@ -45,6 +45,8 @@ public:
 
     const Place& place() const { return place_; }
     Protection protection();
+    /// Wrong PINs that a container with a PIN still bears, 0 once it is blocked.
+    int triesLeft();
 
     /// Takes a PIN, which is tested when it is needed. In a container whose PIN is unset it becomes
     /// the PIN.

@@ -61,10 +61,10 @@ inline constexpr DWORD CRYPT_EXPORTABLE = 1;
 inline constexpr DWORD PP_NAME = 4;
 inline constexpr DWORD PP_CONTAINER = 6;
 inline constexpr DWORD PP_PROVTYPE = 16;
-inline constexpr DWORD PP_ENUMALGS = 22;           // entries of PROV_ENUMALGS
+inline constexpr DWORD PP_ENUMALGS = 22;  // entries of PROV_ENUMALGS
 inline constexpr DWORD PP_UNIQUE_CONTAINER = 36;
-inline constexpr DWORD PP_SET_AUTH = 107;          // PinParam: supply the PIN, or set the protection
-inline constexpr DWORD PP_CHANGE_AUTH = 108;       // PinParam: change the PIN or the protection
+inline constexpr DWORD PP_SET_AUTH = 107;     // PinParam: supply the PIN, or set the protection
+inline constexpr DWORD PP_CHANGE_AUTH = 108;  // PinParam: change the PIN or the protection
 inline constexpr DWORD PP_CONTAINER_STATUS = 109;  // 32-bit identifier of an opened container
 inline constexpr DWORD PP_FQCN = 111;              // with flag 0x10
 inline constexpr DWORD PP_ENUMREADERS = 114;       // two zero-terminated strings an entry
@@ -108,7 +108,7 @@ struct PinParam {
 /// kind 2 the names of its N children, each with its terminating zero.
 struct PinInfoHead {
     BYTE kind;
-    BYTE reserved;
+    BYTE tries;      // kind 0: wrong PINs that the container still bears; else 0
     std::int16_t N;  // kind 1 has its name at offset 4: N and K are absent there
     std::int16_t K;
 };
@@ -217,18 +217,18 @@ inline constexpr DWORD CERT_STORE_READONLY = 0x8000;
 inline constexpr DWORD CERT_CLOSE_FORCE = 1;
 inline constexpr DWORD CERT_CLOSE_CHECK = 2;
 inline constexpr DWORD CERT_FIND_ANY = 0;
-inline constexpr DWORD CERT_FIND_SHA1_HASH = 0x10000;          // CRYPT_DATA_BLOB
-inline constexpr DWORD CERT_FIND_SUBJECT_NAME = 0x20007;       // CRYPT_DATA_BLOB, DER of the name
-inline constexpr DWORD CERT_FIND_ISSUER_NAME = 0x20004;        // CRYPT_DATA_BLOB
-inline constexpr DWORD CERT_FIND_EXISTING = 0xD0000;           // PCCERT_CONTEXT
-inline constexpr DWORD CERT_FIND_KEY_IDENTIFIER = 0xF0000;     // CRYPT_DATA_BLOB
-inline constexpr DWORD CERT_FIND_PUBLIC_KEY = 0x60000;         // CERT_PUBLIC_KEY_INFO
+inline constexpr DWORD CERT_FIND_SHA1_HASH = 0x10000;       // CRYPT_DATA_BLOB
+inline constexpr DWORD CERT_FIND_SUBJECT_NAME = 0x20007;    // CRYPT_DATA_BLOB, DER of the name
+inline constexpr DWORD CERT_FIND_ISSUER_NAME = 0x20004;     // CRYPT_DATA_BLOB
+inline constexpr DWORD CERT_FIND_EXISTING = 0xD0000;        // PCCERT_CONTEXT
+inline constexpr DWORD CERT_FIND_KEY_IDENTIFIER = 0xF0000;  // CRYPT_DATA_BLOB
+inline constexpr DWORD CERT_FIND_PUBLIC_KEY = 0x60000;      // CERT_PUBLIC_KEY_INFO
 inline constexpr DWORD CRL_FIND_ANY = 0;
-inline constexpr DWORD CRL_FIND_EXISTING = 2;                  // PCCRL_CONTEXT
+inline constexpr DWORD CRL_FIND_EXISTING = 2;  // PCCRL_CONTEXT
 inline constexpr DWORD CERT_STORE_ADD_NEW = 1;
 inline constexpr DWORD CERT_STORE_ADD_USE_EXISTING = 2;
-inline constexpr DWORD CERT_STORE_ADD_REPLACE_EXISTING = 3;    // replaces an object of the same bytes
-inline constexpr DWORD CERT_STORE_ADD_ALWAYS = 4;              // leaves what is there
+inline constexpr DWORD CERT_STORE_ADD_REPLACE_EXISTING = 3;  // replaces an object of the same bytes
+inline constexpr DWORD CERT_STORE_ADD_ALWAYS = 4;            // leaves what is there
 inline constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
 inline constexpr DWORD CERT_SHA1_HASH_PROP_ID = 3;
 inline constexpr DWORD CERT_KEY_IDENTIFIER_PROP_ID = 20;
@@ -300,9 +300,9 @@ PKIXCMP_API PCCRYPT_OID_INFO QXCryptGetDefaultHashOIDInfo(const char* publicKeyO
 PKIXCMP_API PCCRYPT_OID_INFO QXCryptGetDefaultHashOIDInfo(const CERT_PUBLIC_KEY_INFO* key);
 /// The default signature algorithm for a key; null when unknown.
 PKIXCMP_API PCCRYPT_OID_INFO QXCryptGetDefaultSignatureOIDInfo(const CERT_PUBLIC_KEY_INFO* key);
-/// The signature algorithm of a public-key identifier with a hash identifier; null when unknown. Its
-/// Algid is the hash, its extra data three 32-bit words: key algorithm, flags, provider type (0:
-/// found by the key's algorithm).
+/// The signature algorithm of a public-key identifier with a hash identifier; null when unknown.
+/// Its Algid is the hash, its extra data three 32-bit words: key algorithm, flags, provider type
+/// (0: found by the key's algorithm).
 PKIXCMP_API PCCRYPT_OID_INFO QXCryptGetSignatureOIDInfo(const char* publicKeyOid,
                                                         const char* hashOid);
 /// A verification-only context of a provider type, one per process; 0 on failure. The caller owns a
@@ -338,10 +338,10 @@ PKIXCMP_API BOOL CertSetCRLContextProperty(PCCRL_CONTEXT context, DWORD id, DWOR
 PKIXCMP_API BOOL CertGetCRLContextProperty(PCCRL_CONTEXT context, DWORD id, void* data,
                                            DWORD* length);
 
-/// `storeProvider` 10 (the number as a pointer) opens a system store by its wide name; the flags are
-/// a side and CERT_STORE_OPEN_EXISTING, CERT_STORE_CREATE_NEW, CERT_STORE_READONLY. The user's view
-/// holds the machine's objects too when it is read; writing goes to the side that was asked for.
-/// Without a side flag the user's is taken. Null on failure.
+/// `storeProvider` 10 (the number as a pointer) opens a system store by its wide name; the flags
+/// are a side and CERT_STORE_OPEN_EXISTING, CERT_STORE_CREATE_NEW, CERT_STORE_READONLY. The user's
+/// view holds the machine's objects too when it is read; writing goes to the side that was asked
+/// for. Without a side flag the user's is taken. Null on failure.
 PKIXCMP_API HCERTSTORE CertOpenStore(const char* storeProvider, DWORD encodingType,
                                      HCRYPTPROV provider, DWORD flags, const void* name);
 PKIXCMP_API HCERTSTORE CertDuplicateStore(HCERTSTORE store);

@@ -74,7 +74,7 @@ Entries containerEntries(const ProviderType& type) {
 void giveAuthInfo(Container& container, BYTE* data, DWORD* length) {
     const Protection kind = container.protection();
     require(kind != Protection::part && kind != Protection::quorum, NTE_BAD_TYPE);
-    const PinInfoHead head{static_cast<BYTE>(kind), 0, 0, 0};
+    const PinInfoHead head{static_cast<BYTE>(kind), static_cast<BYTE>(container.triesLeft()), 0, 0};
     giveBytes(&head, sizeof head, data, length);
 }
 
