@@ -40,13 +40,9 @@ void makeFolder(const std::filesystem::path& folder) {
     ::mkdir(folder.c_str(), 0700);
 }
 
-/// Remembers the last folder made on this thread: the settings ask for it on every call.
-const std::filesystem::path& made(std::filesystem::path& last, std::filesystem::path folder) {
-    if (last != folder) {
-        makeFolder(folder);
-        last = std::move(folder);
-    }
-    return last;
+std::filesystem::path made(std::filesystem::path folder) {
+    if (::access(folder.c_str(), F_OK) != 0) makeFolder(folder);
+    return folder;
 }
 
 std::filesystem::path userFolder() {
@@ -62,14 +58,8 @@ std::filesystem::path machineFolder() {
 
 }  // namespace
 
-std::filesystem::path userHome() {
-    thread_local std::filesystem::path last;
-    return made(last, userFolder());
-}
+std::filesystem::path userHome() { return made(userFolder()); }
 
-std::filesystem::path machineHome() {
-    thread_local std::filesystem::path last;
-    return made(last, machineFolder());
-}
+std::filesystem::path machineHome() { return made(machineFolder()); }
 
 }  // namespace support

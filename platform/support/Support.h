@@ -31,12 +31,12 @@ PKIXCMP_API const char* support_strerror(int error);
 /// characters is always terminated.
 PKIXCMP_API int support_error_text(int code, char* buffer, std::size_t size);
 
-// Settings: a tree of keys addressed by backslash paths ("\local\ca\certnum"), holding typed values.
-// Reading looks at the user's side first and then at the machine's; writing goes to the user's side,
-// except under "\config", which is the machine's. Codes:
+// Settings: a tree of keys addressed by backslash paths ("\local\ca\certnum"), holding typed
+// values. Reading looks at the user's side first and then at the machine's; writing goes to the
+// user's side, except under "\config", which is the machine's. Codes:
 inline constexpr int SUPPORT_OK = 0;
 inline constexpr int SUPPORT_NO_MEMORY = 0x1001;
-inline constexpr int SUPPORT_MORE_DATA = 0x1002;  // the buffer is too small; the count says what is needed
+inline constexpr int SUPPORT_MORE_DATA = 0x1002;  // buffer too small; the count says what is needed
 inline constexpr int SUPPORT_INVALID = 0x1003;    // null argument, stale handle, bad path
 inline constexpr int SUPPORT_FAILED = 0x1004;     // storage failed
 inline constexpr int SUPPORT_NO_RIGHTS = 0x1007;
@@ -111,7 +111,5 @@ PKIXCMP_API int support_registry_search_cpy(TSupportRegistrySearch search,
 /// between: calls `change` with the present text (null when there is none) inside a write
 /// transaction and stores what it returns. `change` must not touch settings; a null return leaves
 /// the value alone. Code 0, or that of the failure.
-PKIXCMP_API int support_registry_update_string(const char* path,
-                                               const char* (*change)(const char* present,
-                                                                     void* context),
-                                               void* context);
+PKIXCMP_API int support_registry_update_string(
+    const char* path, const char* (*change)(const char* present, void* context), void* context);

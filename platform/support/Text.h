@@ -27,8 +27,8 @@ PKIXCMP_API std::string utf8FromWindows1251(std::string_view text);
 /// Characters that Windows-1251 lacks become "?".
 PKIXCMP_API std::string windows1251FromWide(std::wstring_view text);
 
-/// As `wcsrtombs` to UTF-8, never writing more than `size` bytes including the terminating zero, and
-/// always terminating when size is above 0. Returns the bytes written without the zero, or
+/// As `wcsrtombs` to UTF-8, never writing more than `size` bytes including the terminating zero,
+/// and always terminating when size is above 0. Returns the bytes written without the zero, or
 /// (size_t)-1 for text that cannot be converted or does not fit.
 PKIXCMP_API std::size_t safe_wcsrtombs(char* target, const wchar_t* source, std::size_t size);
 

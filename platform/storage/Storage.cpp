@@ -1,0 +1,225 @@
+#include "platform/storage/Storage.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <mutex>
+
+#include "platform/storage/SqliteConnection.h"
+
+// Which connection serves whom: each thread keeps one for each folder it works in. No connection
+// crosses a fork, where locks taken by the parent would seem to be the child's: before a fork all
+// connections of the process are closed, as soon as the calls in hand have ended, and reopened when
+// they are next used.
+
+namespace storage {
+
+namespace {
+
+constexpr const char* fileName = "pkixcmp.db";
+constexpr std::size_t keptFolders = 8;
+
+/// A thread's connection to the database of a folder.
+struct Folder {
+    std::filesystem::path path;
+    std::filesystem::path file;
+    pid_t process = 0;
+    struct stat identity = {};
+    std::unique_ptr<sqlite::Connection> connection;
+    std::unique_ptr<Settings> settings;
+    std::unique_ptr<Stores> stores;
+
+    explicit Folder(const std::filesystem::path& folder) : path(folder), file(folder / fileName) {}
+    ~Folder() { close(); }
+    void close();
+    bool isOpen() const { return connection != nullptr; }
+    void dropIfStale();
+    void connect(bool writing);
+};
+
+/// What one thread has open.
+class ThreadState {
+public:
+    ThreadState();
+    ~ThreadState();
+    Folder& folder(const std::filesystem::path& path);
+
+    std::mutex inUse;      // held during an access, and by a fork
+    bool holding = false;  // an access of this thread is alive; only this thread looks
+    std::vector<std::unique_ptr<Folder>> folders;  // the one used last in front
+};
+
+/// What the process has open. Locks are taken in the order `lock`, `inUse`, `opening`. Never
+/// destroyed: threads may outlive the statics.
+struct Process {
+    std::mutex lock;
+    std::vector<ThreadState*> threads;
+    std::mutex opening;  // a file is made and closed again: that must not meet an open of the same
+
+    Process() { ::pthread_atfork(beforeFork, afterFork, afterFork); }
+    static void beforeFork();
+    static void afterFork();
+};
+
+Process& process() {
+    static Process* const instance = new Process;
+    return *instance;
+}
+
+ThreadState& thisThread() {
+    thread_local ThreadState state;
+    return state;
+}
+
+void Process::beforeFork() {
+    Process& self = process();
+    self.lock.lock();
+    for (ThreadState* thread : self.threads) {
+        // A thread that forks in the middle of its own access keeps it; the child lets it be.
+        if (thread == &thisThread() && thread->holding) continue;
+        thread->inUse.lock();
+        for (auto& folder : thread->folders) folder->close();
+    }
+    self.opening.lock();
+}
+
+void Process::afterFork() {
+    Process& self = process();
+    self.opening.unlock();
+    for (ThreadState* thread : self.threads) {
+        if (thread != &thisThread() || !thread->holding) thread->inUse.unlock();
+    }
+    self.lock.unlock();
+}
+
+ThreadState::ThreadState() {
+    std::lock_guard guard(process().lock);
+    process().threads.push_back(this);
+}
+
+ThreadState::~ThreadState() {
+    std::lock_guard guard(process().lock);
+    std::erase(process().threads, this);
+    folders.clear();
+}
+
+Folder& ThreadState::folder(const std::filesystem::path& path) {
+    auto found = std::find_if(folders.begin(), folders.end(),
+                              [&](const auto& folder) { return folder->path == path; });
+    if (found == folders.end()) {
+        if (folders.size() == keptFolders) folders.pop_back();
+        found = folders.insert(folders.end(), std::make_unique<Folder>(path));
+    }
+    std::rotate(folders.begin(), found, found + 1);
+    return *folders.front();
+}
+
+void Folder::close() {
+    stores.reset();
+    settings.reset();
+    if (connection != nullptr && process != ::getpid()) connection->abandon();
+    connection.reset();
+}
+
+/// Closes a connection that is another process's, or whose file was removed or replaced.
+void Folder::dropIfStale() {
+    if (!isOpen()) return;
+    struct stat now = {};
+    if (process != ::getpid() || ::stat(file.c_str(), &now) != 0 || now.st_ino != identity.st_ino ||
+        now.st_dev != identity.st_dev) {
+        close();
+    }
+}
+
+[[noreturn]] void failFile(const std::filesystem::path& file, int error) {
+    bool noRights =
+        error == EACCES || error == EPERM || error == EROFS || error == ENOENT || error == ENOTDIR;
+    throw Error(noRights ? Fault::noRights : Fault::failed,
+                file.string() + ": " + std::strerror(error));
+}
+
+/// Makes an empty file for its owner alone, lasting once this returns.
+void makeFile(const std::filesystem::path& file) {
+    int made = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (made < 0) {
+        if (errno == EEXIST) return;
+        failFile(file, errno);
+    }
+    ::close(made);
+    int folder = ::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) failFile(file, errno);
+    ::fsync(folder);
+    ::close(folder);
+}
+
+void Folder::connect(bool writing) {
+    std::lock_guard guard(storage::process().opening);
+    if (writing) makeFile(file);
+    if (::stat(file.c_str(), &identity) != 0) {
+        if (errno == ENOENT || errno == ENOTDIR) return;
+        failFile(file, errno);
+    }
+    auto opened = std::make_unique<sqlite::Connection>(file);
+    if (!sqlite::hasSchema(*opened)) {
+        if (!writing) return;
+        sqlite::makeSchema(*opened);
+    }
+    settings = sqlite::makeSettings(*opened);
+    stores = sqlite::makeStores(*opened);
+    connection = std::move(opened);
+    process = ::getpid();
+}
+
+}  // namespace
+
+class Access::Holder {
+public:
+    Holder(const std::filesystem::path& path, bool writing) : thread_(thisThread()) {
+        if (thread_.holding) throw Error(Fault::failed, "the state is in use by its own thread");
+        lock_ = std::unique_lock(thread_.inUse);
+        folder_ = &thread_.folder(path);
+        folder_->dropIfStale();
+        if (!folder_->isOpen()) folder_->connect(writing);
+        thread_.holding = true;
+    }
+    /// A connection on which anything failed is not trusted further.
+    ~Holder() {
+        if (std::uncaught_exceptions() > exceptions_) folder_->close();
+        thread_.holding = false;
+    }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    Folder& folder() const { return *folder_; }
+
+private:
+    ThreadState& thread_;
+    std::unique_lock<std::mutex> lock_;
+    Folder* folder_ = nullptr;
+    int exceptions_ = std::uncaught_exceptions();
+};
+
+Access::Access() = default;
+Access::Access(std::unique_ptr<Holder> holder) : holder_(std::move(holder)) {}
+Access::Access(Access&&) noexcept = default;
+Access& Access::operator=(Access&&) noexcept = default;
+Access::~Access() = default;
+Settings& Access::settings() const { return *holder_->folder().settings; }
+Stores& Access::stores() const { return *holder_->folder().stores; }
+
+Access openForReading(const std::filesystem::path& folder) {
+    auto holder = std::make_unique<Access::Holder>(folder, false);
+    if (!holder->folder().isOpen()) holder.reset();
+    return Access(std::move(holder));
+}
+
+Access openForWriting(const std::filesystem::path& folder) {
+    return Access(std::make_unique<Access::Holder>(folder, true));
+}
+
+}  // namespace storage

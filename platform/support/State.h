@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/storage/Storage.h"
+
+// The two sides of the lasting state.
+
+namespace support {
+
+enum class Side { user, machine };
+
+std::filesystem::path home(Side side);
+
+/// As `storage::openForReading`, but a state of the machine that may not be read counts as empty: a
+/// user without rights on it still has their own.
+storage::Access openForReading(Side side, const std::filesystem::path& folder);
+
+}  // namespace support
