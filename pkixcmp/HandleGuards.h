@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/crypt/CryptApi.h"
+
+// Owners of the platform's handles. Internal to the library.
+
+namespace pkixcmp_detail {
+
+struct CertContextFree {
+    void operator()(PCCERT_CONTEXT context) const { CertFreeCertificateContext(context); }
+};
+using CertContext = std::unique_ptr<const CERT_CONTEXT, CertContextFree>;
+
+/// A key object.
+class KeyHandle {
+public:
+    KeyHandle() = default;
+    KeyHandle(const KeyHandle&) = delete;
+    KeyHandle& operator=(const KeyHandle&) = delete;
+    ~KeyHandle() {
+        if (key_) CryptDestroyKey(key_);
+    }
+    HCRYPTKEY get() const { return key_; }
+    /// For functions that return a handle through an argument.
+    HCRYPTKEY* out() { return &key_; }
+
+private:
+    HCRYPTKEY key_ = 0;
+};
+
+/// A store that is closed with its result looked at on the good path.
+class Store {
+public:
+    Store() = default;
+    explicit Store(HCERTSTORE store) : store_(store) {}
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+    ~Store() { close(); }
+    HCERTSTORE get() const { return store_; }
+    HCERTSTORE& out() { return store_; }
+    /// False with the last error when the store reports a failure. Closes once.
+    bool close() {
+        HCERTSTORE store = store_;
+        store_ = nullptr;
+        return store == nullptr || CertCloseStore(store, CERT_CLOSE_FORCE);
+    }
+
+private:
+    HCERTSTORE store_ = nullptr;
+};
+
+}  // namespace pkixcmp_detail
