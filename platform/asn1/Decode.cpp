@@ -339,7 +339,9 @@ int decodeBer(ASN1CTXT* ctxt, const Type& type, const std::uint8_t* data, std::s
         ctxt->setError(ASN_E_NOMEM, errorName(ASN_E_NOMEM), 0);
         return ASN_E_NOMEM;
     }
-    std::size_t limit = ctxt->setLimit(ctxt->used() + budgetBase + budgetFactor * length);
+    std::size_t budget = ctxt->used() + budgetBase + budgetFactor * length;
+    std::size_t limit = ctxt->setLimit(budget);
+    if (limit < budget) ctxt->setLimit(limit);
     Decoder decoder(ctxt, copy, copy + length);
     int code = decoder.run(type, value);
     ctxt->setLimit(limit);

@@ -1,8 +1,18 @@
+#include "platform/asn1/TableConstraints.h"
+
 #include "platform/asn1/ObjectSets.h"
 #include "platform/asn1/PKIXCMP.h"
 #include "platform/asn1/Runtime.h"
 
 // Open types between their bytes and the value of the type that their identifier names.
+
+const asn1::Type* asn1::decodedType(ASN1CTXT* ctxt, const asn1data::ASN1T_Extension& extension) {
+    const ASN1OpenType& open = extension.extnValue;
+    const Type* type = open.type ? open.type : extensionType(extension.extnID);
+    if (open.decoded != nullptr && type != nullptr) return type;
+    ctxt->setError(ASN_E_MISSING, "the extension has no decoded value", 0);
+    return nullptr;
+}
 
 namespace asn1data {
 namespace {
@@ -50,22 +60,9 @@ int asn1DTC_InfoTypeAndValue(ASN1CTXT* ctxt, ASN1T_InfoTypeAndValue* value) {
     return decodeOpen(ctxt, asn1::infoType(value->infoType), value->infoValue, "infoValue");
 }
 
-namespace {
-
-/// The type of an extension's decoded value, null when there is none.
-const asn1::Type* decodedType(ASN1CTXT* ctxt, const ASN1T_Extension& value) {
-    const ASN1OpenType& open = value.extnValue;
-    const asn1::Type* type = open.type ? open.type : asn1::extensionType(value.extnID);
-    if (open.decoded != nullptr && type != nullptr) return type;
-    ctxt->setError(ASN_E_MISSING, "the extension has no decoded value", 0);
-    return nullptr;
-}
-
-}  // namespace
-
 int asn1ETC_Extension(ASN1CTXT* ctxt, ASN1T_Extension* value) {
     ASN1OpenType& open = value->extnValue;
-    const asn1::Type* type = decodedType(ctxt, *value);
+    const asn1::Type* type = asn1::decodedType(ctxt, *value);
     if (type == nullptr) return ASN_E_MISSING;
     const std::uint8_t* bytes = nullptr;
     int length = rtEncodeDer(ctxt, *type, open.decoded, &bytes);
