@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -61,6 +62,7 @@ struct Process {
     std::mutex lock;
     std::vector<ThreadState*> threads;
     std::mutex opening;  // a file is made and closed again: that must not meet an open of the same
+    std::atomic<bool> forking = false;
 
     Process() { ::pthread_atfork(beforeFork, afterFork, afterFork); }
     static void beforeFork();
@@ -80,6 +82,7 @@ ThreadState& thisThread() {
 void Process::beforeFork() {
     Process& self = process();
     self.lock.lock();
+    self.forking = true;
     for (ThreadState* thread : self.threads) {
         // A thread that forks in the middle of its own access keeps it; the child lets it be.
         if (thread == &thisThread() && thread->holding) continue;
@@ -91,6 +94,7 @@ void Process::beforeFork() {
 
 void Process::afterFork() {
     Process& self = process();
+    self.forking = false;
     self.opening.unlock();
     for (ThreadState* thread : self.threads) {
         if (thread != &thisThread() || !thread->holding) thread->inUse.unlock();
@@ -182,6 +186,8 @@ class Access::Holder {
 public:
     Holder(const std::filesystem::path& path, bool writing) : thread_(thisThread()) {
         if (thread_.holding) throw Error(Fault::failed, "the state is in use by its own thread");
+        // A thread that makes one call after another would hardly ever let a fork in.
+        if (process().forking) std::lock_guard wait(process().lock);
         lock_ = std::unique_lock(thread_.inUse);
         folder_ = &thread_.folder(path);
         folder_->dropIfStale();
