@@ -13,9 +13,15 @@
 // (`copy`).
 
 PKIXCMP_API CACMPT_BLOB asn1EncodeRecord(const asn1::Type& type, const void* record);
-/// The record's parts live in the buffer's context.
+/// The record's parts live in the context.
 PKIXCMP_API void asn1DecodeRecord(ASN1BERDecodeBuffer& buffer, const CACMPT_BLOB& encoded,
                                   const asn1::Type& type, void* record);
+
+PKIXCMP_API void asn1DecodeRecord(ASN1CTXT* ctxt, const CACMPT_BLOB& encoded,
+                                  const asn1::Type& type, void* record);
+/// A deep copy whose parts live in the context.
+PKIXCMP_API void asn1CopyRecord(ASN1CTXT* ctxt, const asn1::Type& type, const void* source,
+                                void* target);
 
 template <class Record>
 CACMPT_BLOB asn1EncodeRecord(const Record& record) {
@@ -24,6 +30,15 @@ CACMPT_BLOB asn1EncodeRecord(const Record& record) {
 template <class Record>
 void asn1DecodeRecord(ASN1BERDecodeBuffer& buffer, const CACMPT_BLOB& encoded, Record& record) {
     asn1DecodeRecord(buffer, encoded, Schema<Record>::type, &record);
+}
+
+template <class Record>
+void asn1DecodeRecord(ASN1CTXT* ctxt, const CACMPT_BLOB& encoded, Record& record) {
+    asn1DecodeRecord(ctxt, encoded, Schema<Record>::type, &record);
+}
+template <class Record>
+void asn1CopyRecord(ASN1CTXT* ctxt, const Record& source, Record& target) {
+    asn1CopyRecord(ctxt, Schema<Record>::type, &source, &target);
 }
 
 template <class Traits>

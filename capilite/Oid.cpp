@@ -1,0 +1,59 @@
+#include "capilite/Oid.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "capilite/Ascii.h"
+#include "capilite/CAException.h"
+#include "platform/asn1/Runtime.h"
+
+namespace {
+
+constexpr std::size_t TEXT_SIZE = 512;
+
+const char* skipSpace(const char* p) {
+    while (capilite::isAsciiSpace(*p)) ++p;
+    return p;
+}
+
+/// Adds the number at `p` as an arc and moves behind it. False for one that does not fit.
+bool readArc(const char*& p, ASN1OBJID& oid) {
+    char* end = nullptr;
+    errno = 0;
+    unsigned long arc = std::strtoul(p, &end, 0);
+    if (errno == ERANGE || arc > 0xFFFFFFFF || oid.numids == ASN1_K_MAXSUBIDS) return false;
+    oid.subid[oid.numids++] = static_cast<std::uint32_t>(arc);
+    p = end;
+    return true;
+}
+
+template <class Oid>
+int toText(std::string& text, const Oid& oid) {
+    char buffer[TEXT_SIZE];
+    if (rtOidToStr(oid, buffer, sizeof buffer) < 0) return 0;
+    text = buffer;
+    return 1;
+}
+
+}  // namespace
+
+bool str2oid(const char* text, ASN1OBJID* oid) {
+    constexpr bool failed = true;
+    if (text == nullptr || oid == nullptr) return failed;
+    oid->numids = 0;
+    if (!readArc(text, *oid)) return failed;
+    for (text = skipSpace(text); *text == '.'; text = skipSpace(text)) {
+        if (!readArc(++text, *oid)) return failed;
+    }
+    return *text != '\0' ? failed : !failed;
+}
+
+ASN1OBJID str2oid(const char* text) {
+    ASN1OBJID oid;
+    if (str2oid(text, &oid)) PKIXCMP_THROW(CAException, "Can't convert str to oid.");
+    return oid;
+}
+
+int oid2str(std::string& text, const ASN1OBJID* oid) { return oid ? toText(text, oid) : 0; }
+
+int oid2str(std::string& text, const ASN1TObjId& oid) { return toText(text, oid); }
