@@ -1,0 +1,362 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "capilite/CAException.h"
+#include "capilite/CertificateStore.h"
+#include "capilite/Contexts.h"
+#include "capilite/PinCallback.h"
+#include "capilite/StoreFind.h"
+#include "tests/TempHome.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+constexpr unsigned long mayExist = CERT_STORE_OPEN_EXISTING;
+
+CACMPT_BLOB file(const std::string& name) {
+    CACMPT_BLOB blob;
+    blob.readFromFile((PKIXCMP_TEST_DATA "/stores/" + name).c_str());
+    return blob;
+}
+
+CertContextPtr certificate(const std::string& name) {
+    const CACMPT_BLOB der = file(name + ".cer");
+    return CertContextPtr(CertCreateCertificateContext(CERT_ENCODING, der.data, der.size));
+}
+
+CrlContextPtr crl(const std::string& name) {
+    const CACMPT_BLOB der = file(name + ".crl");
+    return CrlContextPtr(CertCreateCRLContext(CERT_ENCODING, der.data, der.size));
+}
+
+CACMPT_BLOB blob(const CRYPT_DATA_BLOB& data) { return {data.pbData, data.cbData}; }
+
+class StoreTest : public testing::Test {
+protected:
+    /// A store of the user's that holds all of the certificates and CRLs named, in this order.
+    store_handle filled(const wchar_t* name) {
+        store_handle store;
+        EXPECT_TRUE(store.open(name, false, 0));
+        for (const char* one : certificates) {
+            EXPECT_TRUE(CertAddCertificateContextToStore(store.get(), certificate(one).get(),
+                                                         CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+        }
+        for (const char* one : crls) {
+            EXPECT_TRUE(CertAddCRLContextToStore(store.get(), crl(one).get(),
+                                                 CERT_STORE_ADD_REPLACE_EXISTING, nullptr));
+        }
+        return store;
+    }
+    /// The names of the certificates that a predicate finds.
+    std::vector<std::string> found(const store_handle& store,
+                                   const StoreFindParam<_CERT_CONTEXT>& predicate,
+                                   bool firstOnly = false) {
+        std::list<CACMPT_BLOB> out;
+        CertStore_Find(out, store.get(), predicate, firstOnly);
+        return names(out, certificates, ".cer");
+    }
+    std::vector<std::string> found(const store_handle& store,
+                                   const StoreFindParam<_CRL_CONTEXT>& predicate,
+                                   bool firstOnly = false) {
+        std::list<CACMPT_BLOB> out;
+        CrlStore_Find(out, store.get(), predicate, firstOnly);
+        return names(out, crls, ".crl");
+    }
+
+    const std::vector<const char*> certificates = {"carol", "alice", "ca", "bob", "alice-case"};
+    const std::vector<const char*> crls = {"plain", "keyid", "case", "issuer", "broken"};
+    const CACMPT_BLOB none;
+    TempHome home;
+
+private:
+    static std::vector<std::string> names(const std::list<CACMPT_BLOB>& found,
+                                          const std::vector<const char*>& known,
+                                          const char* extension) {
+        std::vector<std::string> out;
+        for (const CACMPT_BLOB& one : found) {
+            for (const char* name : known) {
+                if (one == file(std::string(name) + extension)) out.push_back(name);
+            }
+        }
+        EXPECT_EQ(out.size(), found.size());
+        return out;
+    }
+};
+
+TEST(CertificateStoreName, PrefixTellsTheSide) {
+    const struct {
+        const wchar_t* text;
+        const wchar_t* name;  // null: refused
+        bool system;
+    } cases[] = {{L"user.My", L"My", false}, {L"system.Root", L"Root", true},
+                 {L"user.", L"", false},     {L"system.user.x", L"user.x", true},
+                 {L"My", nullptr, false},    {L"User.My", nullptr, false},
+                 {L"user", nullptr, false},  {L"", nullptr, false},
+                 {nullptr, nullptr, false}};
+    for (const auto& c : cases) {
+        CertificateStore store(L"before", true);
+        if (c.name) {
+            store.Set(c.text);
+            EXPECT_EQ(std::wstring(store.name()), c.name);
+            EXPECT_EQ(store.system(), c.system);
+        } else {
+            EXPECT_THAT(
+                [&] { store.Set(c.text); },
+                ThrowsMessage<CAException>(HasSubstr("'Store should be EITHER user or system' at "
+                                                     "file:'capilite/StoreUtil'")));
+            EXPECT_EQ(std::wstring(store.name()), L"before");
+        }
+    }
+}
+
+TEST(CertificateStoreName, UserStoresComeFirst) {
+    const CertificateStore sorted[] = {{nullptr, false}, {L"", false},    {L"A", false},
+                                       {L"B", false},    {nullptr, true}, {L"A", true}};
+    for (std::size_t i = 0; i < std::size(sorted); ++i) {
+        for (std::size_t j = 0; j < std::size(sorted); ++j) {
+            EXPECT_EQ(sorted[i] < sorted[j], i < j) << i << ' ' << j;
+            EXPECT_EQ(sorted[i] == sorted[j], i == j) << i << ' ' << j;
+        }
+    }
+    wchar_t text[] = L"My";
+    const CertificateStore store(text, false);
+    const CertificateStore copy = store;
+    text[0] = L'x';
+    EXPECT_EQ(std::wstring(copy.name()), L"My");
+    EXPECT_EQ(store.name() == copy.name(), false);
+}
+
+TEST_F(StoreTest, HandlesCountTheirStores) {
+    store_handle store;
+    EXPECT_FALSE(store.open(L"Missing", false, mayExist));
+    EXPECT_FALSE(store);
+    ASSERT_TRUE(store.open(ROOT_STORE, CERT_SYSTEM_STORE_LOCAL_MACHINE));
+    EXPECT_TRUE(store.is_root());
+    EXPECT_THAT([&] { store.open(L"My", false, 0); },
+                ThrowsMessage<CAException>(HasSubstr("'Store already opened.' at "
+                                                     "file:'capilite/StoreUtil'")));
+    EXPECT_THAT([] { store_handle(nullptr, false, true); },
+                ThrowsMessage<CAException>(HasSubstr("Store handle is NULL.")));
+    const auto alice = certificate("alice");
+    store_handle shared(store.get(), true, true);
+    store_handle copy = shared;
+    store.close();
+    shared = store_handle();
+    EXPECT_TRUE(copy.is_root());
+    EXPECT_TRUE(CertAddCertificateContextToStore(copy.get(), alice.get(), 3, nullptr));
+    void* handle = CertOpenStore(reinterpret_cast<const char*>(CERT_STORE_PROV_SYSTEM), 0, 0,
+                                 CERT_SYSTEM_STORE_LOCAL_MACHINE, L"root");
+    ASSERT_NE(handle, nullptr);
+    const store_handle taken(handle, false, false);
+    EXPECT_FALSE(taken.is_root());
+    store_handle moved = std::move(copy);
+    EXPECT_FALSE(copy);  // NOLINT: a moved-from handle is empty
+    EXPECT_TRUE(moved.is_root());
+    store_handle lower;
+    ASSERT_TRUE(lower.open(L"root", true, 0));
+    EXPECT_FALSE(lower.is_root());
+}
+
+TEST_F(StoreTest, CertificatesAreFoundByPredicate) {
+    const store_handle store = filled(L"T");
+    const auto alice = certificate("alice");
+    const auto bob = certificate("bob");
+    const auto carol = certificate("carol");
+    const CACMPT_BLOB caName = blob(bob->pCertInfo->Issuer);
+    const CACMPT_BLOB caseName = blob(carol->pCertInfo->Issuer);
+    const CACMPT_BLOB aliceName = blob(alice->pCertInfo->Subject);
+    const CACMPT_BLOB little("\x34\x12", 2);
+    const CACMPT_BLOB big("\x12\x34", 2);
+    const CACMPT_BLOB little80("\x80\0", 2);
+    const CACMPT_BLOB big80("\x80", 1);
+    const auto all = ElementsAre("carol", "alice", "ca", "bob", "alice-case");
+    using Substring = CertFindByIssuerSubStrAndSerial;
+    EXPECT_THAT(found(store, Substring(L"", none)), all);
+    EXPECT_THAT(found(store, Substring(nullptr, none)), all);
+    EXPECT_THAT(found(store, Substring(nullptr, none), true), ElementsAre("carol"));
+    EXPECT_THAT(found(store, Substring(L"CN=Store CA", none)),
+                ElementsAre("alice", "ca", "bob", "alice-case"));
+    EXPECT_THAT(found(store, Substring(L"store", none)), ElementsAre("carol"));
+    EXPECT_THAT(found(store, Substring(nullptr, little)), ElementsAre("carol", "bob"));
+    EXPECT_THAT(found(store, Substring(L"Store CA", little)), ElementsAre("bob"));
+    EXPECT_THAT(found(store, Substring(nullptr, little80)), ElementsAre("alice"));
+    EXPECT_THAT(found(store, Substring(nullptr, big)), ElementsAre());
+    using Subject = CertFindBySubjectAndSerial;
+    EXPECT_THAT(found(store, Subject(aliceName, none)), ElementsAre("alice", "alice-case"));
+    EXPECT_THAT(found(store, Subject(aliceName, little80)), ElementsAre("alice"));
+    EXPECT_THAT(found(store, Subject(aliceName, "0x81")), ElementsAre("alice-case"));
+    EXPECT_THAT(found(store, Subject(none, "4660")), ElementsAre("carol", "bob"));
+    EXPECT_THAT(found(store, Subject(none, "")), all);
+    EXPECT_THAT(found(store, Subject(none, static_cast<const char*>(nullptr))), all);
+    EXPECT_THROW(Subject(none, "no number"), Asn1Exception);
+    using Issuer = CertFindByIssuerAndSerial;
+    EXPECT_THAT(found(store, Issuer(caName, none)),
+                ElementsAre("alice", "ca", "bob", "alice-case"));
+    EXPECT_THAT(found(store, Issuer(caseName, big)), ElementsAre("carol"));
+    EXPECT_THAT(found(store, Issuer(none, big)), ElementsAre("carol", "bob"));
+    EXPECT_THAT(found(store, Issuer(none, big80)), ElementsAre("alice"));
+    EXPECT_THAT(found(store, Issuer(none, little)), ElementsAre());
+    EXPECT_THAT(found(store, Issuer(none, none)), all);
+}
+
+TEST_F(StoreTest, CertificatesAreFoundByKeyAndByThePlatform) {
+    const store_handle store = filled(L"T");
+    const auto bob = certificate("bob");
+    const CRYPT_BIT_BLOB& bits = bob->pCertInfo->SubjectPublicKeyInfo.PublicKey;
+    CACMPT_PublicKeyInfo key;
+    EXPECT_EQ(found(store, CertFindByPublicKey(key)).size(), certificates.size());
+    key.key.assign(bits.pbData, bits.cbData);
+    EXPECT_EQ(found(store, CertFindByPublicKey(key)).size(), certificates.size());
+    EXPECT_EQ(found(store, CertFindByPublicKey(file("alice.cer"))).size(), certificates.size());
+    key.key.data[key.key.size - 1] ^= 1;
+    EXPECT_THAT(found(store, CertFindByPublicKey(key)), ElementsAre());
+    EXPECT_THROW(CertFindByPublicKey(file("plain.crl")), Asn1Exception);
+    DWORD size = 0;
+    ASSERT_TRUE(
+        CertGetCertificateContextProperty(bob.get(), CERT_SHA1_HASH_PROP_ID, nullptr, &size));
+    std::vector<BYTE> bytes(size);
+    ASSERT_TRUE(
+        CertGetCertificateContextProperty(bob.get(), CERT_SHA1_HASH_PROP_ID, bytes.data(), &size));
+    const CRYPT_DATA_BLOB hash{size, bytes.data()};
+    EXPECT_THAT(found(store, CertFindByCertificateHash(CERT_FIND_SHA1_HASH, &hash)),
+                ElementsAre("bob"));
+    ASSERT_TRUE(
+        CertGetCertificateContextProperty(bob.get(), CERT_KEY_IDENTIFIER_PROP_ID, nullptr, &size));
+    bytes.resize(size);
+    ASSERT_TRUE(CertGetCertificateContextProperty(bob.get(), CERT_KEY_IDENTIFIER_PROP_ID,
+                                                  bytes.data(), &size));
+    const CRYPT_DATA_BLOB keyId{size, bytes.data()};
+    EXPECT_EQ(found(store, CertFindByKeyIdentifier(CERT_FIND_KEY_IDENTIFIER, &keyId)).size(),
+              certificates.size());
+}
+
+TEST_F(StoreTest, CrlsAreFoundByPredicate) {
+    const store_handle store = filled(L"T");
+    const CACMPT_BLOB name = blob(crl("plain")->pCrlInfo->Issuer);
+    const CACMPT_BLOB otherName = blob(certificate("bob")->pCertInfo->Subject);
+    CACMPT_BLOB keyId;
+    keyId.readFromHexString("63A60CF6F28EAE5E5B6DC0F8114CB2D6A4EAAAB9");
+    const CACMPT_BLOB otherKey("\1\2\3", 3);
+    const auto all = ElementsAre("plain", "keyid", "case", "issuer", "broken");
+    EXPECT_THAT(found(store, CrlFindByIssuerSubStr(nullptr)), all);
+    EXPECT_THAT(found(store, CrlFindByIssuerSubStr(L"")), all);
+    EXPECT_THAT(found(store, CrlFindByIssuerSubStr(L"store ca")), ElementsAre("case"));
+    EXPECT_THAT(found(store, CrlFindByIssuerSubStr(L"Store CA"), true), ElementsAre("plain"));
+    EXPECT_THAT(found(store, CrlFindByIssuer(none)), all);
+    EXPECT_THAT(found(store, CrlFindByIssuer(name)), all);  // case and blanks do not count
+    EXPECT_THAT(found(store, CrlFindByIssuer(otherName)), ElementsAre());
+    EXPECT_THAT(found(store, CrlFindByIssuerKeyId(name, none)), all);
+    EXPECT_THAT(found(store, CrlFindByIssuerKeyId(name, keyId)), all);
+    EXPECT_THAT(found(store, CrlFindByIssuerKeyId(none, otherKey)),
+                ElementsAre("plain", "issuer", "broken"));
+    EXPECT_THAT(found(store, CrlFindByIssuerKeyId(otherName, keyId)), ElementsAre());
+    EXPECT_THROW(found(store, CrlFindByIssuer(otherKey)), Asn1Exception);
+}
+
+TEST_F(StoreTest, ExistingCertificates) {
+    filled(L"T");
+    void* store = nullptr;
+    for (const bool readOnly : {true, false}) {
+        CertContextPtr context(
+            CertStore_FindExisting(file("alice.cer"), store, L"T", false, readOnly));
+        ASSERT_TRUE(context);
+        const store_handle owner(store, false, false);
+        EXPECT_EQ(blob({context->cbCertEncoded, context->pbCertEncoded}), file("alice.cer"));
+        EXPECT_TRUE(CertStore_Is(file("alice.cer"), store));
+        EXPECT_FALSE(CertStore_Is(file("ca-case.cer"), store));
+        EXPECT_FALSE(CertStore_Is(file("plain.crl"), store));
+        EXPECT_EQ(CertAddCertificateContextToStore(store, context.get(), 3, nullptr) == 0,
+                  readOnly);
+    }
+    for (const wchar_t* name : {L"T", L"Missing"}) {
+        SetLastError(0);
+        EXPECT_EQ(CertStore_FindExisting(file("ca-case.cer"), store, name, false, true), nullptr);
+        EXPECT_EQ(GetLastError(), 0x80092004);
+        EXPECT_EQ(store, nullptr);
+    }
+    store_handle missing;
+    EXPECT_FALSE(missing.open(L"Missing", false, mayExist));
+    EXPECT_THROW(CertStore_FindExisting(none, store, L"T", false, true), CryptException);
+}
+
+/// What a search for a certificate's key throws.
+std::uint32_t acquireError(const CACMPT_BLOB& certificate, const wchar_t* store) {
+    unsigned long long provider = 0;
+    std::uint32_t keySpec = 0;
+    try {
+        FindInStoreAndAcquirePrivateKey(certificate, store, false, provider, keySpec);
+    } catch (const CryptException& e) {
+        EXPECT_EQ(e.file, "capilite/StoreUtil");
+        EXPECT_EQ(provider, 0u);
+        return e.code;
+    }
+    return 0;
+}
+
+TEST_F(StoreTest, PrivateKeyOfACertificate) {
+    filled(L"T");
+    EXPECT_NE(acquireError(file("plain.crl"), L"T"), 0u);
+    EXPECT_NE(acquireError(file("alice.cer"), L"Missing"), 0u);
+    EXPECT_EQ(acquireError(file("ca-case.cer"), L"T"), CRYPT_E_NOT_FOUND);
+    EXPECT_EQ(acquireError(file("alice.cer"), L"T"), CRYPT_E_NO_KEY_PROPERTY);
+
+    HCRYPTPROV container = 0;
+    ASSERT_TRUE(CryptAcquireContextA(&container, "k", nullptr, PROV_RSA, CRYPT_NEWKEYSET));
+    CryptReleaseContext(container, 0);
+    wchar_t name[] = L"k";
+    CRYPT_KEY_PROV_INFO info{name, nullptr, PROV_RSA, 0, 0, nullptr, AT_SIGNATURE};
+    const auto alice = certificate("alice");
+    ASSERT_TRUE(
+        CertSetCertificateContextProperty(alice.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info));
+    store_handle store;
+    ASSERT_TRUE(store.open(L"T", false, 0));
+    ASSERT_TRUE(CertAddCertificateContextToStore(store.get(), alice.get(), 3, nullptr));
+    unsigned long long provider = 0;
+    std::uint32_t keySpec = 0;
+    FindInStoreAndAcquirePrivateKey(file("alice.cer"), L"T", false, provider, keySpec);
+    EXPECT_EQ(keySpec, AT_SIGNATURE);
+    EXPECT_TRUE(CryptReleaseContext(provider, 0));  // the caller owns it
+    EXPECT_FALSE(CryptReleaseContext(provider, 0));
+}
+
+TEST(PinCallback, ScopesNestAndPinsFit) {
+    QXCryptPinCallback before = nullptr;
+    void* beforeContext = nullptr;
+    QXCryptGetPinCallback(&before, &beforeContext);
+    const auto ask = [](char* pin, std::size_t size) {
+        QXCryptPinCallback callback = nullptr;
+        void* context = nullptr;
+        QXCryptGetPinCallback(&callback, &context);
+        return callback(context, pin, size);
+    };
+    {
+        const CryptSetPinCallbackFixed outer("12345678");
+        char pin[9] = "........";
+        EXPECT_FALSE(ask(pin, 8));  // no room for the zero
+        EXPECT_STREQ(pin, "........");
+        EXPECT_TRUE(ask(pin, 9));
+        EXPECT_STREQ(pin, "12345678");
+        {
+            const CryptSetPinCallbackFixed inner("");
+            EXPECT_TRUE(ask(pin, 0));
+            EXPECT_STREQ(pin, "12345678");
+            EXPECT_TRUE(ask(pin, 1));
+            EXPECT_STREQ(pin, "");
+        }
+        EXPECT_TRUE(ask(pin, 9));
+        EXPECT_STREQ(pin, "12345678");
+    }
+    QXCryptPinCallback after = nullptr;
+    void* afterContext = &after;
+    QXCryptGetPinCallback(&after, &afterContext);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(afterContext, beforeContext);
+}
+
+}  // namespace
