@@ -201,7 +201,7 @@ void Folder::writeTemporary(const std::string& name, Bytes content) const {
 }
 
 void Folder::write(const std::string& name, Bytes content) const {
-    const std::string temporary = uniqueName(".tmp-");
+    const std::string temporary = uniqueName(temporaryPrefix);
     try {
         writeTemporary(temporary, content);
         step("rename file",
@@ -246,13 +246,13 @@ void Folder::rename(const std::string& from, const std::string& to) const {
     sync();
 }
 
-void Folder::removeFolder(const std::string& name) const {
+void Folder::removeAll(const std::string& name) const {
     if (!isFolder(descriptor_, name)) return remove(name);
     const int inner =
         ::openat(descriptor_, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
     if (inner < 0) failErrno();
     const Folder folder(inner);
-    for (const std::string& file : folder.list()) folder.remove(file);
+    for (const std::string& file : folder.list()) folder.removeAll(file);
     step("remove folder", [&] { return ::unlinkat(descriptor_, name.c_str(), AT_REMOVEDIR); });
     sync();
 }

@@ -18,6 +18,9 @@ namespace provider {
 using FileStep = bool (*)(const char* step);
 void setFileStep(FileStep step);
 
+/// How the names of files begin that a write has not come to its end with.
+inline constexpr std::string_view temporaryPrefix = ".tmp-";
+
 /// A name that no other file has, behind a prefix.
 std::string uniqueName(std::string_view prefix);
 
@@ -54,8 +57,8 @@ public:
     /// A new, empty folder inside this one.
     Folder makeFolder(const std::string& name) const;
     void rename(const std::string& from, const std::string& to) const;
-    /// Removes a folder inside this one with the files in it.
-    void removeFolder(const std::string& name) const;
+    /// Removes a file, or a folder with what is in it.
+    void removeAll(const std::string& name) const;
 
 private:
     explicit Folder(int descriptor) : descriptor_(descriptor) {}

@@ -67,7 +67,7 @@ void ProviderContext::enumerate(DWORD parameter, DWORD flags,
     const std::lock_guard guard(mutex_);
     Cursor& cursor = cursors_[parameter];
     if ((flags & CRYPT_FIRST) != 0) cursor = {list(), 0};
-    std::size_t longest = 0;
+    std::size_t longest = 1;  // of an empty list too, so that a buffer of this size is not null
     for (const Entry& entry : cursor.entries) longest = std::max(longest, entry.bytes.size());
     if (data == nullptr) return giveBytes(nullptr, longest, nullptr, length);
     require(cursor.next < cursor.entries.size(), ERROR_NO_MORE_ITEMS);

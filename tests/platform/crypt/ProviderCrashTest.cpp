@@ -1,0 +1,193 @@
+#include <unistd.h>
+
+#include <atomic>
+
+#include "ProviderFixture.h"
+#include "platform/crypt/Container.h"
+
+// Every change of a container is stopped at every step that it makes on the disk: once by the death
+// of the process, once by an error of the disk. What is left must be the container before the
+// change or the one behind it.
+
+namespace provider_test {
+namespace {
+
+using provider::Container;
+using provider::secretFrom;
+
+std::atomic<int> stepsLeft{0};
+
+bool dieLater(const char*) {
+    if (stepsLeft-- == 0) ::_exit(99);
+    return true;
+}
+bool failLater(const char*) { return stepsLeft-- != 0; }
+
+class ProviderCrash : public ProviderTest {
+protected:
+    ~ProviderCrash() override { provider::setFileStep(nullptr); }
+
+    using Change = std::function<void(const provider::Place&)>;
+    /// Looks at what is left and goes on working with it; says which of the states it is in.
+    using Check = std::function<std::string(const provider::Place&)>;
+
+    const provider::ProviderType& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
+    const provider::Place place = provider::findPlace(type, "\\\\.\\DISK\\crash", true);
+
+    /// A container with a key and no PIN yet.
+    void makeContainer() {
+        const auto made = Container::create(place, type);
+        made->identifier();
+        made->store(AT_SIGNATURE, provider::PrivateKey::generate(shape()), false);
+    }
+    static const provider::KeyShape& shape() { return *provider::findShape("EC:P-256"); }
+
+    std::shared_ptr<Container> opened() const {
+        auto container = Container::open(place, type);
+        container->identifier();
+        return container;
+    }
+
+    /// How many steps the change takes when nothing stops it.
+    int countSteps(const Change& change) const {
+        stepsLeft = 1 << 20;
+        provider::setFileStep(failLater);
+        change(place);
+        provider::setFileStep(nullptr);
+        return (1 << 20) - stepsLeft;
+    }
+
+    /// Runs the change with every step as its last one. `prepare` makes the state before it, which
+    /// is copied for each run.
+    void stopEverywhere(const std::function<void()>& prepare, const Change& change,
+                        const Check& check, const std::string& before, const std::string& behind) {
+        const auto& folder = place.reader.folder;
+        std::filesystem::create_directories(folder);
+        prepare();
+        std::filesystem::copy(folder, file("prepared"), std::filesystem::copy_options::recursive);
+        const int steps = countSteps(change);
+        ASSERT_GT(steps, 2);
+        EXPECT_EQ(check(place), behind);
+        int unchanged = 0;
+        for (int run = 0; run < 2 * steps; ++run) {
+            const int step = run / 2;
+            SCOPED_TRACE((run % 2 == 0 ? "dead at step " : "disk error at step ") +
+                         std::to_string(step));
+            std::filesystem::remove_all(folder);
+            std::filesystem::copy(file("prepared"), folder,
+                                  std::filesystem::copy_options::recursive);
+            run % 2 == 0 ? die(change, step) : meetError(change, step);
+            const std::string state = check(place);
+            EXPECT_THAT(state, ::testing::AnyOf(before, behind));
+            unchanged += state == before;
+            expectNoLeftovers();
+        }
+        EXPECT_GT(unchanged, 0);
+    }
+
+private:
+    void die(const Change& change, int step) const {
+        EXPECT_EQ(inOtherProcess([&] {
+                      stepsLeft = step;
+                      provider::setFileStep(dieLater);
+                      change(place);
+                      return 0;
+                  }),
+                  99);
+    }
+
+    void meetError(const Change& change, int step) const {
+        stepsLeft = step;
+        provider::setFileStep(failLater);
+        try {
+            change(place);
+            ADD_FAILURE() << "the disk error was not noticed";
+        } catch (const provider::Failure& failure) {
+            EXPECT_EQ(failure.code, NTE_SYS_ERR);
+        }
+        provider::setFileStep(nullptr);
+    }
+
+    /// Once the container was written to again, there is nothing in it that nobody knows of, and no
+    /// folder that was being made or removed.
+    void expectNoLeftovers() const {
+        for (const auto& entry :
+             std::filesystem::recursive_directory_iterator(place.reader.folder)) {
+            EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
+        }
+    }
+};
+
+TEST_F(ProviderCrash, WhileMade) {
+    const auto check = [&](const provider::Place& at) -> std::string {
+        try {
+            Container::create(at, type);
+            Container::remove(at);
+            return "absent";
+        } catch (const provider::Failure& failure) {
+            EXPECT_EQ(failure.code, NTE_EXISTS);
+        }
+        opened()->changePin(secretFrom(""));
+        return "whole";
+    };
+    stopEverywhere([] {}, [&](const auto& at) { Container::create(at, type); }, check, "absent",
+                   "whole");
+}
+
+TEST_F(ProviderCrash, WhileAKeyIsStored) {
+    const auto fresh = provider::PrivateKey::generate(shape());
+    const auto& hash = *provider::findAlgorithm(CALG_SHA_256);
+    const auto check = [&](const provider::Place&) -> std::string {
+        const auto container = opened();
+        const auto kept = container->publicKey(AT_SIGNATURE);
+        const Bytes digest(32, 7);
+        const Bytes signature = container->privateKey(AT_SIGNATURE)->sign(hash, digest);
+        EXPECT_TRUE(kept->verify(hash, digest, signature));
+        container->changePin(secretFrom(""));
+        return kept->matches(fresh->get()) ? "new key" : "old key";
+    };
+    stopEverywhere([&] { makeContainer(); },
+                   [&](const auto&) { opened()->store(AT_SIGNATURE, fresh, false); }, check,
+                   "old key", "new key");
+}
+
+TEST_F(ProviderCrash, WhileThePinChanges) {
+    const auto check = [&](const provider::Place& at) -> std::string {
+        const auto container = Container::open(at, type);
+        std::string state = "no PIN";
+        try {
+            container->identifier();
+        } catch (const provider::Failure& failure) {
+            EXPECT_EQ(failure.code, SCARD_W_WRONG_CHV);
+            state = "new PIN";
+            container->supplyPin(secretFrom("new"));
+            container->identifier();
+        }
+        container->privateKey(AT_SIGNATURE);
+        container->changePin(secretFrom(""));
+        return state;
+    };
+    stopEverywhere([&] { makeContainer(); },
+                   [&](const auto&) { opened()->changePin(secretFrom("new")); }, check, "no PIN",
+                   "new PIN");
+}
+
+TEST_F(ProviderCrash, WhileRemoved) {
+    const auto check = [&](const provider::Place& at) -> std::string {
+        bool whole = false;
+        try {
+            opened()->privateKey(AT_SIGNATURE);
+            whole = true;
+            Container::remove(at);
+        } catch (const provider::Failure& failure) {
+            EXPECT_EQ(failure.code, NTE_BAD_KEYSET);
+        }
+        Container::create(at, type);  // the name is free again, and the leftovers go
+        return whole ? "whole" : "absent";
+    };
+    stopEverywhere([&] { makeContainer(); }, [](const auto& at) { Container::remove(at); }, check,
+                   "whole", "absent");
+}
+
+}  // namespace
+}  // namespace provider_test

@@ -1,0 +1,348 @@
+#include <atomic>
+#include <thread>
+
+#include "ProviderFixture.h"
+
+// Algorithms, public keys and signatures, judged against the openssl command line.
+
+namespace provider_test {
+namespace {
+
+constexpr const char* rsaOid = "1.2.840.113549.1.1.1";
+constexpr const char* ecOid = "1.2.840.10045.2.1";
+constexpr std::string_view text = "what is signed";
+
+std::string oidOf(PCCRYPT_OID_INFO info) { return info == nullptr ? "none" : info->pszOID; }
+
+TEST(ProviderAlgorithms, IdentifiersGiveNumbers) {
+    struct Case {
+        const char* oid;
+        ALG_ID id;
+        const char* back;
+    };
+    const Case cases[] = {
+        {"1.3.14.3.2.26", CALG_SHA1, "1.3.14.3.2.26"},
+        {"2.16.840.1.101.3.4.2.1", CALG_SHA_256, "2.16.840.1.101.3.4.2.1"},
+        {"1.2.840.113549.1.1.5", CALG_SHA1, "1.3.14.3.2.26"},
+        {"1.2.840.113549.1.1.13", CALG_SHA_512, "2.16.840.1.101.3.4.2.3"},
+        {"1.2.840.10045.4.3.3", CALG_SHA_384, "2.16.840.1.101.3.4.2.2"},
+        {rsaOid, CALG_RSA_SIGN, rsaOid},
+        {ecOid, CALG_ECDSA, ecOid},
+        {"1.2.840.113549.1.1.4", 0, nullptr},
+        {"1.2.840.10045.4.3", 0, nullptr},
+        {"", 0, nullptr},
+        {nullptr, 0, nullptr},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(CertOIDToAlgId(c.oid), c.id) << c.oid;
+        EXPECT_STREQ(CertAlgIdToOID(c.id), c.back) << c.oid;
+    }
+    EXPECT_STREQ(CertAlgIdToOID(CALG_RSA_KEYX), rsaOid);
+    EXPECT_STREQ(CertAlgIdToOID(CALG_ECDH), ecOid);
+}
+
+TEST(ProviderAlgorithms, SignatureFollowsFromKeyAndHash) {
+    struct Case {
+        const char* key;
+        const char* hash;
+        const char* signature;
+    };
+    const Case cases[] = {
+        {rsaOid, "2.16.840.1.101.3.4.2.1", "1.2.840.113549.1.1.11"},
+        {rsaOid, "1.3.14.3.2.26", "1.2.840.113549.1.1.5"},
+        {ecOid, "2.16.840.1.101.3.4.2.2", "1.2.840.10045.4.3.3"},
+        {ecOid, "1.3.14.3.2.26", "1.2.840.10045.4.1"},
+        {ecOid, "1.2.840.113549.2.5", "none"},
+        {ecOid, ecOid, "none"},
+        {"1.3.101.112", "2.16.840.1.101.3.4.2.1", "none"},
+        {nullptr, "2.16.840.1.101.3.4.2.1", "none"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(oidOf(QXCryptGetSignatureOIDInfo(c.key, c.hash)), c.signature);
+    }
+    const PCCRYPT_OID_INFO info = QXCryptGetSignatureOIDInfo(ecOid, "2.16.840.1.101.3.4.2.1");
+    ASSERT_EQ(info->dwGroupId, CRYPT_SIGN_ALG_OID_GROUP_ID);
+    EXPECT_EQ(info->Algid, CALG_SHA_256);
+    ASSERT_EQ(info->ExtraInfo.cbData, 12U);
+    EXPECT_EQ(reinterpret_cast<const DWORD*>(info->ExtraInfo.pbData)[0], CALG_ECDSA);
+}
+
+TEST(ProviderAlgorithms, KeyChoosesItsDefaults) {
+    struct Case {
+        const char* oid;
+        Bytes parameters;
+        const char* hash;
+        const char* signature;
+    };
+    const Case cases[] = {
+        {rsaOid, {5, 0}, "2.16.840.1.101.3.4.2.1", "1.2.840.113549.1.1.11"},
+        {rsaOid, {}, "2.16.840.1.101.3.4.2.1", "1.2.840.113549.1.1.11"},
+        {ecOid,
+         {6, 8, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 3, 1, 7},
+         "2.16.840.1.101.3.4.2.1",
+         "1.2.840.10045.4.3.2"},
+        {ecOid, {6, 5, 0x2B, 0x81, 4, 0, 0x22}, "2.16.840.1.101.3.4.2.2", "1.2.840.10045.4.3.3"},
+        {ecOid, {6, 5, 0x2B, 0x81, 4, 0, 0x0A}, "none", "none"},
+        {ecOid, {}, "none", "none"},
+        {"1.3.101.112", {}, "none", "none"},
+    };
+    for (const Case& c : cases) {
+        KeyRecord key{c.oid, c.parameters, {}};
+        const CERT_PUBLIC_KEY_INFO info = key.info();
+        EXPECT_EQ(oidOf(QXCryptGetDefaultHashOIDInfo(&info)), c.hash);
+        EXPECT_EQ(oidOf(QXCryptGetDefaultSignatureOIDInfo(&info)), c.signature);
+    }
+    EXPECT_EQ(oidOf(QXCryptGetDefaultHashOIDInfo(ecOid)), "2.16.840.1.101.3.4.2.1");
+    EXPECT_EQ(oidOf(QXCryptGetDefaultHashOIDInfo("1.3.101.112")), "none");
+}
+
+class ProviderSignature : public ProviderTest {
+protected:
+    /// A key made by openssl, and its public part.
+    KeyRecord opensslKey(const std::string& name, const std::string& options) {
+        openssl("genpkey " + options + " -out " + name + ".pem");
+        openssl("pkey -in " + name + ".pem -pubout -outform DER -out " + name + ".der");
+        return keyFromSpki(readFile(file(name + ".der")));
+    }
+
+    Context any{nullptr, PROV_ECDSA_P256, CRYPT_VERIFYCONTEXT};
+};
+
+struct SignerCase {
+    DWORD type;
+    const char* name;
+    ALG_ID hash;
+    const char* digest;
+};
+
+TEST_F(ProviderSignature, OpensslAcceptsOurs) {
+    const SignerCase cases[] = {
+        {PROV_RSA, "plain", CALG_SHA_256, "sha256"},
+        {PROV_RSA, "plain512", CALG_SHA_512, "sha512"},
+        {PROV_ECDSA_PLAIN, "ec", CALG_SHA_256, "sha256"},
+        {PROV_ECDSA_P256, "\\\\.\\VAULT\\ec75", CALG_SHA_384, "sha384"},
+        {PROV_RSA_3072, "\\\\.\\VAULT\\rsa80", CALG_SHA_256, "sha256"},
+        {PROV_ECDSA_P384, "\\\\.\\VAULT\\ec81", CALG_SHA_384, "sha384"},
+    };
+    writeFile(file("text"), text);
+    for (const SignerCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Context context(c.name, c.type, CRYPT_NEWKEYSET);
+        ASSERT_TRUE(generate(context)) << std::hex << GetLastError();
+        const Bytes signature = sign(context, text, c.hash);
+        writeFile(file("signature"), signature);
+        const std::string unique = textParameter(context, PP_UNIQUE_CONTAINER);
+        const std::string name = unique.substr(unique.rfind('\\') + 1);
+        const auto folder =
+            c.type < PROV_ECDSA_P256 ? home() / "user/containers" / name : container("VAULT", name);
+        openssl("pkey -pubin -inform DER -in " + onlyFile(folder, ".pub").string() +
+                " -out public.pem");
+        openssl(std::string("dgst -") + c.digest + " -verify public.pem -signature signature text");
+        const HCRYPTKEY key = import(any, exportKey(context));
+        EXPECT_TRUE(verify(any, key, text, signature, c.hash));
+        EXPECT_TRUE(CryptDestroyKey(key));
+    }
+}
+
+TEST_F(ProviderSignature, OpensslsAreAccepted) {
+    const std::pair<const char*, const char*> keys[] = {
+        {"rsa", "-algorithm RSA -pkeyopt rsa_keygen_bits:2048"},
+        {"rsa1024", "-algorithm RSA -pkeyopt rsa_keygen_bits:1024"},
+        {"p256", "-algorithm EC -pkeyopt ec_paramgen_curve:P-256"},
+        {"p384", "-algorithm EC -pkeyopt ec_paramgen_curve:P-384"},
+    };
+    const std::pair<const char*, ALG_ID> hashes[] = {
+        {"sha1", CALG_SHA1},
+        {"sha256", CALG_SHA_256},
+        {"sha384", CALG_SHA_384},
+        {"sha512", CALG_SHA_512},
+    };
+    writeFile(file("text"), text);
+    for (const auto& [name, options] : keys) {
+        const HCRYPTKEY key = import(any, opensslKey(name, options));
+        ASSERT_NE(key, 0U) << name << std::hex << GetLastError();
+        for (const auto& [digest, hash] : hashes) {
+            SCOPED_TRACE(std::string(name) + " " + digest);
+            openssl(std::string("dgst -") + digest + " -sign " + name + ".pem -out sig text");
+            Bytes signature = readFile(file("sig"));
+            EXPECT_TRUE(verify(any, key, text, signature, hash));
+            EXPECT_FALSE(verify(any, key, "what is siGned", signature, hash));
+            EXPECT_EQ(GetLastError(), NTE_BAD_SIGNATURE);
+            EXPECT_FALSE(verify(any, key, text, signature,
+                                hash == CALG_SHA_256 ? CALG_SHA_384 : CALG_SHA_256));
+            const Bytes backwards(signature.rbegin(), signature.rend());
+            EXPECT_FALSE(verify(any, key, text, backwards, hash));
+            Bytes longer = signature;
+            longer.push_back(0);
+            EXPECT_FALSE(verify(any, key, text, longer, hash));
+            signature[signature.size() / 2] ^= 1;
+            EXPECT_FALSE(verify(any, key, text, signature, hash));
+            signature.pop_back();
+            EXPECT_FALSE(verify(any, key, text, signature, hash));
+            EXPECT_FALSE(verify(any, key, text, {}, hash));
+            EXPECT_FALSE(verify(any, key, text, Bytes(5000, 1), hash));
+            EXPECT_EQ(GetLastError(), NTE_BAD_SIGNATURE);
+        }
+        CryptDestroyKey(key);
+    }
+}
+
+TEST_F(ProviderSignature, BadPublicKeysAreRefused) {
+    const KeyRecord point = opensslKey("p256", "-algorithm EC -pkeyopt ec_paramgen_curve:P-256");
+    const KeyRecord rsa = opensslKey("rsa", "-algorithm RSA -pkeyopt rsa_keygen_bits:2048");
+    const auto changed = [](KeyRecord key, const std::function<void(KeyRecord&)>& change) {
+        change(key);
+        return key;
+    };
+    // A modulus of 2048 bits stands behind SEQUENCE (4 octets), INTEGER (4 octets) and its zero.
+    constexpr std::size_t modulus = 9;
+    struct Case {
+        const char* what;
+        KeyRecord key;
+        DWORD code;
+    };
+    const Case cases[] = {
+        {"short point", changed(point, [](auto& k) { k.bits.pop_back(); }), NTE_BAD_KEY},
+        {"long point", changed(point, [](auto& k) { k.bits.push_back(0); }), NTE_BAD_KEY},
+        {"no point", changed(point, [](auto& k) { k.bits.clear(); }), NTE_BAD_KEY},
+        {"point at infinity", changed(point, [](auto& k) { k.bits = {0}; }), NTE_BAD_KEY},
+        {"off the curve", changed(point, [](auto& k) { k.bits.back() ^= 1; }), NTE_BAD_KEY},
+        {"hybrid form", changed(point, [](auto& k) { k.bits[0] = 6 + (k.bits.back() & 1); }),
+         NTE_BAD_KEY},
+        {"coordinates above the field",
+         changed(point, [](auto& k) { std::fill(k.bits.begin() + 1, k.bits.end(), 0xFF); }),
+         NTE_BAD_KEY},
+        {"P-256 point on P-384",
+         changed(point, [](auto& k) { k.parameters = {6, 5, 0x2B, 0x81, 4, 0, 0x22}; }),
+         NTE_BAD_KEY},
+        {"unknown curve",
+         changed(point, [](auto& k) { k.parameters = {6, 5, 0x2B, 0x81, 4, 0, 0x0A}; }),
+         NTE_BAD_ALGID},
+        {"no curve", changed(point, [](auto& k) { k.parameters.clear(); }), NTE_BAD_ALGID},
+        {"unknown algorithm", changed(point, [](auto& k) { k.oid = "1.3.101.112"; }),
+         NTE_BAD_ALGID},
+        {"RSA key under the curve's name", changed(rsa, [](auto& k) { k.oid = ecOid; }),
+         NTE_BAD_ALGID},
+        {"even modulus", changed(rsa, [](auto& k) { k.bits[modulus + 255] ^= 1; }), NTE_BAD_KEY},
+        {"negative modulus",
+         changed(rsa,
+                 [](auto& k) {
+                     k.bits.erase(k.bits.begin() + modulus - 1);
+                     k.bits[3] -= 1;
+                     k.bits[7] -= 1;
+                 }),
+         NTE_BAD_KEY},
+        {"even exponent", changed(rsa, [](auto& k) { k.bits.back() = 2; }), NTE_BAD_KEY},
+        {"exponent 1",
+         changed(rsa,
+                 [](auto& k) {
+                     k.bits.erase(k.bits.end() - 2, k.bits.end());
+                     k.bits[3] -= 2;
+                     k.bits[k.bits.size() - 2] = 1;
+                 }),
+         NTE_BAD_KEY},
+        {"bytes behind", changed(rsa, [](auto& k) { k.bits.push_back(0); }), NTE_BAD_KEY},
+        {"cut off", changed(rsa, [](auto& k) { k.bits.resize(100); }), NTE_BAD_KEY},
+        {"small modulus", changed(rsa, [](auto& k) { k.bits = {0x30, 6, 2, 1, 5, 2, 1, 3}; }),
+         NTE_BAD_KEY},
+        {"other parameters",
+         changed(rsa,
+                 [](auto& k) {
+                     k.parameters = {4, 0};
+                 }),
+         NTE_BAD_KEY},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(import(any, c.key), 0U) << c.what;
+        EXPECT_EQ(GetLastError(), c.code) << c.what;
+    }
+    // A refused key must not spoil a good one that is imported after it.
+    EXPECT_TRUE(CryptDestroyKey(import(any, point)));
+    EXPECT_TRUE(CryptDestroyKey(import(any, changed(rsa, [](auto& k) { k.parameters.clear(); }))));
+}
+
+TEST_F(ProviderSignature, CompressedPointIsTheSameKey) {
+    opensslKey("p384", "-algorithm EC -pkeyopt ec_paramgen_curve:P-384");
+    openssl("ec -in p384.pem -pubout -conv_form compressed -outform DER -out short.der");
+    writeFile(file("text"), text);
+    openssl("dgst -sha384 -sign p384.pem -out sig text");
+    const HCRYPTKEY key = import(any, keyFromSpki(readFile(file("short.der"))));
+    ASSERT_NE(key, 0U) << std::hex << GetLastError();
+    EXPECT_TRUE(verify(any, key, text, readFile(file("sig")), CALG_SHA_384));
+    CryptDestroyKey(key);
+}
+
+TEST_F(ProviderSignature, SignKeepsToBufferAndAlgorithm) {
+    const Context context("k", PROV_ECDSA_PLAIN, CRYPT_NEWKEYSET);
+    const HCRYPTHASH hash = hashOf(context, CALG_SHA_256, text);
+    DWORD length = 0;
+    EXPECT_EQ(codeOf(CryptSignHashA(hash, AT_SIGNATURE, nullptr, 0, nullptr, &length)), NTE_NO_KEY);
+    ASSERT_TRUE(generate(context));
+    Bytes small(70, 0xEE);
+    length = 70;
+    EXPECT_EQ(codeOf(CryptSignHashA(hash, AT_SIGNATURE, nullptr, 0, small.data(), &length)),
+              ERROR_MORE_DATA);
+    EXPECT_EQ(length, 72U);
+    EXPECT_THAT(small, ::testing::Each(0xEE));
+    EXPECT_EQ(codeOf(CryptSignHashA(hash, AT_KEYEXCHANGE, nullptr, 0, nullptr, &length)),
+              NTE_NO_KEY);
+    EXPECT_EQ(codeOf(CryptSignHashA(hash, AT_SIGNATURE, nullptr, 8, nullptr, &length)),
+              NTE_BAD_FLAGS);
+    CryptDestroyHash(hash);
+    EXPECT_EQ(sign(context, text, CALG_SHA1), Bytes());
+    EXPECT_EQ(GetLastError(), NTE_BAD_ALGID);
+}
+
+TEST_F(ProviderSignature, HashMatchesOpenssl) {
+    const std::string data(100'000, 'a');
+    writeFile(file("data"), data);
+    const std::pair<ALG_ID, const char*> cases[] = {{CALG_SHA1, "sha1"},
+                                                    {CALG_SHA_256, "sha256"},
+                                                    {CALG_SHA_384, "sha384"},
+                                                    {CALG_SHA_512, "sha512"}};
+    for (const auto& [id, digest] : cases) {
+        const HCRYPTHASH hash = hashOf(any, id, data.substr(0, 7));
+        CryptHashData(hash, reinterpret_cast<const BYTE*>(data.data()) + 7, 99'993, 0);
+        DWORD size = 0;
+        DWORD length = sizeof size;
+        EXPECT_TRUE(
+            CryptGetHashParam(hash, HP_HASHSIZE, reinterpret_cast<BYTE*>(&size), &length, 0));
+        EXPECT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, nullptr, &length, 0));
+        EXPECT_EQ(length, size);
+        Bytes value(length);
+        EXPECT_TRUE(CryptGetHashParam(hash, HP_HASHVAL, value.data(), &length, 0));
+        openssl(std::string("dgst -binary -") + digest + " -out value data");
+        EXPECT_EQ(value, readFile(file("value")));
+        EXPECT_EQ(codeOf(CryptHashData(hash, value.data(), 1, 0)), NTE_BAD_HASH_STATE);
+        CryptDestroyHash(hash);
+    }
+    HCRYPTHASH none = 0;
+    EXPECT_EQ(codeOf(CryptCreateHash(any, CALG_ECDSA, 0, 0, &none)), NTE_BAD_ALGID);
+    EXPECT_EQ(codeOf(CryptCreateHash(any, 0x8003, 0, 0, &none)), NTE_BAD_ALGID);
+}
+
+// One provider handle and one set of keys, many threads: sanitizers and wrong answers tell.
+TEST_F(ProviderSignature, ThreadsSignAndVerifyTogether) {
+    const Context context("shared", PROV_ECDSA_PLAIN, CRYPT_NEWKEYSET);
+    ASSERT_TRUE(generate(context));
+    const KeyRecord record = exportKey(context);
+    std::atomic<int> wrong = 0;
+    const auto work = [&](int number) {
+        for (int i = 0; i < 100; ++i) {
+            const std::string own = std::to_string(number) + "/" + std::to_string(i);
+            const HCRYPTPROV shared = QXCAPI_I_CryptGetDefaultCryptProv(CALG_ECDSA);
+            const HCRYPTKEY key = import(shared, record);
+            const Bytes signature = sign(context, own);
+            if (!verify(shared, key, own, signature)) ++wrong;
+            if (verify(shared, key, own + "x", signature)) ++wrong;
+            if (!CryptDestroyKey(key) || !CryptReleaseContext(shared, 0)) ++wrong;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back(work, i);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
+}  // namespace provider_test
