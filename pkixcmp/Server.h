@@ -53,18 +53,28 @@ public:
     /// Gives the certificate its serial number, signs it and forms the signed reply. Takes the next
     /// number from "certnum" and writes it back.
     void CertReqMessage_Process(CertificateInfo* certificate, CACMPT_BLOB& reply);
-    /// The same with the "certnum" text in the caller's hands: `certnum` has room for 128 characters.
+    /// The same with the "certnum" text in the caller's hands: `certnum` has room for 128
+    /// characters.
     void CertReqMessage_Process(CertificateInfo* certificate, CACMPT_BLOB& reply, char* certnum);
     /// A refusal of the raw request of the record with its reject status, text and failure bits.
     void CertReqMessage_Reject(RequestInfo& request, CACMPT_BLOB& reply, bool sign);
 
-    /// The CA's container, with its key. `parts` receives the opened parts of a split key, null for
-    /// one that the provider protects itself.
+    /// The CA's new container, with its signature key. `container` is "\\.\READER\NAME"; an empty
+    /// name is generated, an empty reader asked for unless `wnd` is null or keeps the PIN. `random`
+    /// is an open provider for random numbers and the list of readers. `parts` receives the opened
+    /// parts of a split key, null for one that the provider protects itself: a container that takes
+    /// a PIN then gets that of the CA's operator through `wnd`, as a new container of a client
+    /// does, unless `no_pin` leaves it open or the provider has dialogues of its own. Provider
+    /// types without readers take the name alone.
     static unsigned long long create_container_root(WndProv* wnd, const char* container,
                                                     const char* providerName, unsigned int type,
                                                     bool exportable, void*& parts,
                                                     unsigned long long random);
+    /// Opens what a CA's container needs: asks for the PIN of one that is locked by a PIN, and for
+    /// nothing where there is no `wnd` or no lock. A container that is opened through others is a
+    /// `CryptException`.
     static void read_container_root(unsigned long long root, WndProv* wnd, void*& parts);
+    /// Releases the handle and the parts.
     static void close_container_root(unsigned long long provider, void*& parts);
 
     const std::string& configPath() const { return configPath_; }
