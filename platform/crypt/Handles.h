@@ -14,7 +14,7 @@ namespace provider {
 
 using Handle = unsigned long long;
 
-enum class HandleKind : std::uint8_t { provider, key, hash };
+enum class HandleKind : std::uint8_t { provider, key, hash, store };
 
 class HandleObject {
 public:

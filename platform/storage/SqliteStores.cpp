@@ -106,6 +106,16 @@ public:
         return query.bytes(0);
     }
 
+    std::vector<Property> properties(std::int64_t row) override {
+        Statement query = connection_.use("SELECT id, content FROM properties WHERE object=?1");
+        query.bindAll(row);
+        std::vector<Property> all;
+        while (query.step()) {
+            all.push_back({static_cast<std::uint32_t>(query.number(0)), query.bytes(1)});
+        }
+        return all;
+    }
+
     bool setProperty(std::int64_t row, std::uint32_t id, const Bytes* content) override {
         WriteTransaction transaction(connection_);
         if (!isObject(row)) return false;

@@ -138,6 +138,7 @@ public:
     /// between pages.
     virtual Page find(const Search& search, std::int64_t after, std::size_t limit) = 0;
     virtual std::optional<Bytes> property(std::int64_t row, std::uint32_t id) = 0;
+    virtual std::vector<Property> properties(std::int64_t row) = 0;
     /// Null removes. False when there is no such object.
     virtual bool setProperty(std::int64_t row, std::uint32_t id, const Bytes* content) = 0;
 };
