@@ -40,7 +40,7 @@ void ASN1CTXT::reset() noexcept {
 }
 
 void* ASN1CTXT::allocSlow(std::size_t size) noexcept {
-    std::size_t need = (size + 15) & ~std::size_t{15};
+    std::size_t need = (size + (size == 0) + 15) & ~std::size_t{15};
     std::size_t taken = used();
     if (need < size || need > limit_ || taken > limit_ - need) return nullptr;
 #ifdef PKIXCMP_ARENA_EXACT

@@ -21,9 +21,10 @@ struct PKIXCMP_API ASN1CTXT {
     ASN1CTXT& operator=(const ASN1CTXT&) = delete;
     ~ASN1CTXT();
 
-    /// Uninitialised memory aligned for any value, or null when none is left.
+    /// Uninitialised memory aligned for any value, or null when none is left; not null for no
+    /// octets.
     void* alloc(std::size_t size) noexcept {
-        std::size_t need = (size + 15) & ~std::size_t{15};
+        std::size_t need = (size + (size == 0) + 15) & ~std::size_t{15};
         if (need >= size && need <= static_cast<std::size_t>(end_ - next_)) {
             unsigned char* p = next_;
             next_ += need;
