@@ -1,4 +1,5 @@
 #include "capilite/CAException.h"
+#include "capilite/Contexts.h"
 #include "capilite/Handles.h"
 #include "capilite/StoreFind.h"
 #include "config/Ini.h"
@@ -59,8 +60,8 @@ void PKIXCMP_Client::init(const char* providerName, unsigned int providerType) {
 void PKIXCMP_Client::init(WndProv& wnd, const CACMPT_BLOB& certificate, bool isRequest) {
     NewKeyClient.reset();
     pkixcmp_detail::Store store;
-    pkixcmp_detail::CertContext context(CertStore_FindExisting(
-        certificate, store.out(), isRequest ? L"Request" : L"My", false, true));
+    CertContextPtr context(CertStore_FindExisting(certificate, store.out(),
+                                                  isRequest ? L"Request" : L"My", false, true));
     if (!context) PKIXCMP_THROW(CryptException, GetLastError());
     CryptSetPinCallbackWndProv pins(&wnd);
     unsigned long long handle = 0;

@@ -1,17 +1,11 @@
 #pragma once
 
-#include <memory>
-
 #include "platform/crypt/CryptApi.h"
 
-// Owners of the platform's handles. Internal to the library.
+// Owners of key objects and stores; those of contexts are in capilite/Contexts.h. Internal to the
+// library.
 
 namespace pkixcmp_detail {
-
-struct CertContextFree {
-    void operator()(PCCERT_CONTEXT context) const { CertFreeCertificateContext(context); }
-};
-using CertContext = std::unique_ptr<const CERT_CONTEXT, CertContextFree>;
 
 /// A key object.
 class KeyHandle {

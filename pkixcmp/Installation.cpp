@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "capilite/Contexts.h"
 #include "config/Ini.h"
 #include "pkixcmp/Client.h"
 #include "pkixcmp/HandleGuards.h"
@@ -92,7 +93,7 @@ void PKIXCMP_Base::InstallCertificateToContainer(const CACMPT_BLOB& certificate,
 void PKIXCMP_Base::InstallCertificateToStore(const CACMPT_BLOB& certificate,
                                              unsigned long long provider, unsigned int keySpec,
                                              const wchar_t* storeName, unsigned int flags) {
-    CertContext context(
+    CertContextPtr context(
         CertCreateCertificateContext(CERT_ENCODING, certificate.data, certificate.size));
     if (!context) throwLastError();
     setKeyProvider(context.get(), provider, keySpec, flags);

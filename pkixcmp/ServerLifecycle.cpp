@@ -1,4 +1,5 @@
 #include "capilite/CAException.h"
+#include "capilite/Contexts.h"
 #include "capilite/Handles.h"
 #include "capilite/StoreFind.h"
 #include "config/Ini.h"
@@ -50,8 +51,7 @@ void PKIXCMP_Server::init(const char* providerName, unsigned int providerType) {
 // it was, and the key that was opened on the way is closed again.
 void PKIXCMP_Server::init(const CACMPT_BLOB& certificate, WndProv* wnd) {
     pkixcmp_detail::Store store;
-    pkixcmp_detail::CertContext context(
-        CertStore_FindExisting(certificate, store.out(), L"My", false, true));
+    CertContextPtr context(CertStore_FindExisting(certificate, store.out(), L"My", false, true));
     if (!context) PKIXCMP_THROW(CryptException, GetLastError());
     unsigned long long handle = 0;
     std::uint32_t keySpec = 0;
