@@ -27,8 +27,9 @@ struct RootSpecification {
 
 void setNames(const RootSpecification& root, ASN1T_TBSCertificate& tbs,
               ASN1BEREncodeBuffer& buffer) {
+    if (root.subject == nullptr) PKIXCMP_THROW(Asn1DecodeException, "invalid subject dn");
     try {
-        str2dn(root.subject ? root.subject : L"", tbs.subject, buffer);
+        str2dn(root.subject, tbs.subject, buffer);
     } catch (const CAException&) {
         PKIXCMP_THROW(Asn1DecodeException, "invalid subject dn");
     }

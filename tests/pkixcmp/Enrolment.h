@@ -1,0 +1,179 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "capilite/CAException.h"
+#include "capilite/Handles.h"
+#include "capilite/RecordCoding.h"
+#include "capilite/RecordHelpers.h"
+#include "capilite/StoreFind.h"
+#include "config/Ini.h"
+#include "pkixcmp/Client.h"
+#include "pkixcmp/KeyContainers.h"
+#include "pkixcmp/MessageCoding.h"
+#include "pkixcmp/Protection.h"
+#include "pkixcmp/Server.h"
+#include "platform/crypt/CryptApi.h"
+#include "tests/TempHome.h"
+
+// A CA and clients with keys that need no person, and public tools to judge what they make.
+
+using namespace asn1data;
+
+/// A DER value with the buffer it lives in.
+template <class T>
+struct Decoded {
+    CACMPT_ASN1BERDecodeBuffer buffer;
+    T value;
+    explicit Decoded(const CACMPT_BLOB& der) { asn1DecodeRecord(buffer, der, value); }
+    T* operator->() { return &value; }
+    ASN1CTXT* ctxt() { return buffer.getCtxtPtr(); }
+};
+
+/// A message changed by hand, as a peer could have made it.
+inline CACMPT_BLOB edited(const CACMPT_BLOB& message,
+                          const std::function<void(ASN1T_PKIMessage&, ASN1CTXT*)>& change) {
+    Decoded<ASN1T_PKIMessage> decoded(message);
+    change(decoded.value, decoded.ctxt());
+    return asn1EncodeRecord(decoded.value);
+}
+/// The same for the certificate template of an ir.
+inline CACMPT_BLOB withTemplate(const CACMPT_BLOB& ir,
+                                const std::function<void(ASN1T_CertTemplate&)>& change) {
+    return edited(ir, [&](ASN1T_PKIMessage& m, ASN1CTXT*) {
+        change(m.body.u.ir->front().certReq.certTemplate);
+    });
+}
+
+/// What a call throws: "class: text", without source and line; empty when it throws nothing.
+template <class Call>
+std::string failure(Call call, const char* source = nullptr) {
+    const auto text = [&](const char* kind, const CAException& e) {
+        EXPECT_TRUE(!source || e.file == source) << e.what();
+        std::string what = e.what();
+        const std::size_t begin = what.find('\'') + 1;
+        return std::string(kind) + ": " + what.substr(begin, what.find("' at file") - begin);
+    };
+    try {
+        call();
+    } catch (const Asn1DecodeException& e) {
+        return text("decode", e);
+    } catch (const Asn1Exception& e) {
+        return text("asn1", e);
+    } catch (const CryptException& e) {
+        return text("crypt", e).substr(0, 5);
+    } catch (const CAException& e) {
+        return text("ca", e);
+    } catch (const config_exception& e) {
+        return std::string("config: ") + e.what();
+    }
+    return "";
+}
+
+inline std::string dotted(const ASN1TObjId& oid) { return rtOidToString(oid); }
+
+inline CACMPT_Extension extension(const char* oid, const std::string& xml, bool critical = false) {
+    return CACMPT_Extension(oid, xml, critical);
+}
+
+class EnrolmentTest : public testing::Test {
+protected:
+    static constexpr const char* caPath = "\\local\\ca";
+
+    /// A CA under a path of its own, with the container of the same name.
+    std::unique_ptr<PKIXCMP_Server> makeCa(const char* path = caPath, const char* cdp = nullptr,
+                                           const CACMPT_Period& validity = CACMPT_Period::OneYear,
+                                           CACMPT_Extensions extensions = {}) {
+        const std::string container =
+            "\\\\.\\VAULT\\" + std::string(path).substr(std::string(path).rfind('\\') + 1);
+        extensions.Insert(
+            extension("2.5.29.15", "<KeyUsage><keyCertSign/><cRLSign/></KeyUsage>", true));
+        return std::unique_ptr<PKIXCMP_Server>(PKIXCMP_Server::GenerateRoot(
+            path, L"CN=Trial Root, O=Trial", extensions, L"Trial", false, nullptr, PROV_ECDSA_P256,
+            container.c_str(), validity, CACMPT_Date(0, 0), cdp, CACMPT_Period::OneDay, &wnd));
+    }
+
+    /// A client with a new key.
+    std::unique_ptr<PKIXCMP_Client> makeClient(const char* name, unsigned long keySpec = 2) {
+        const std::string container = std::string("\\\\.\\VAULT\\") + name;
+        return std::unique_ptr<PKIXCMP_Client>(PKIXCMP_Client::GenerateKeyPair(
+            wnd, nullptr, nullptr, PROV_ECDSA_P256, container.c_str(), keySpec, false));
+    }
+
+    static std::unique_ptr<RequestInfo> makeRequest(
+        std::int32_t type = REQUEST_TYPE_INIT_CERTIFICATE) {
+        auto request = std::make_unique<RequestInfo>();
+        request->RequestType = type;
+        request->Subject.assign(L"CN=Alice, O=Trial");
+        std::wcscpy(request->RecipientGeneralName, L"dn:CN=Trial Root, O=Trial");
+        return request;
+    }
+
+    static CACMPT_BLOB send(PKIXCMP_Client& client, RequestInfo& request) {
+        CACMPT_BLOB message;
+        client.CertReqMessage_EncodeAndSign(&request, message);
+        return message;
+    }
+    CACMPT_BLOB makeIr(PKIXCMP_Client& client) { return send(client, *makeRequest()); }
+
+    /// The certificate in a reply.
+    static CACMPT_BLOB certificateOf(const CACMPT_BLOB& reply) {
+        CertificateInfo info;
+        PKIXCMP_Base::CertRepMessage_Decode(reply, &info);
+        return info.RawCertificate;
+    }
+    static CACMPT_BLOB issue(PKIXCMP_Server& ca, const CACMPT_BLOB& message) {
+        CertificateInfo info;
+        ca.CertReqMessage_PreProcess(message, &info);
+        CACMPT_BLOB reply;
+        ca.CertReqMessage_Process(&info, reply);
+        return certificateOf(reply);
+    }
+
+    /// Certificates in a store of the user.
+    static std::list<CACMPT_BLOB> stored(const wchar_t* store) {
+        std::list<CACMPT_BLOB> found;
+        PKIXCMP_Base::CertStore_Find(found, store, nullptr, "", false);
+        return found;
+    }
+
+    std::string file(const char* name, const CACMPT_BLOB& content) {
+        const std::string path = home.path() / name;
+        content.writeToFile(path.c_str());
+        return path;
+    }
+    /// What `openssl` prints, both streams.
+    static std::string openssl(const std::string& arguments) {
+        std::FILE* pipe = ::popen(("openssl " + arguments + " 2>&1").c_str(), "r");
+        if (!pipe) return "popen failed";
+        std::string text;
+        std::array<char, 4096> piece;
+        while (std::size_t n = std::fread(piece.data(), 1, piece.size(), pipe)) {
+            text.append(piece.data(), n);
+        }
+        ::pclose(pipe);
+        return text;
+    }
+    std::string print(const CACMPT_BLOB& certificate) {
+        return openssl("x509 -inform DER -noout -text -in " + file("print.cer", certificate));
+    }
+    /// "OK" when a certificate verifies under a root; both are written as PEM on the way.
+    std::string verify(const CACMPT_BLOB& root, const CACMPT_BLOB& certificate) {
+        const std::string at = home.path();
+        openssl("x509 -inform DER -in " + file("ca.cer", root) + " -out " + at + "/ca.pem");
+        openssl("x509 -inform DER -in " + file("ee.cer", certificate) + " -out " + at + "/ee.pem");
+        const std::string said =
+            openssl("verify -x509_strict -CAfile " + at + "/ca.pem " + at + "/ee.pem");
+        return said.ends_with(": OK\n") ? "OK" : said;
+    }
+
+    TempHome home;
+    OldWndProv wnd{std::string("VAULT"), ""};
+};

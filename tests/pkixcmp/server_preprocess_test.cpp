@@ -1,0 +1,221 @@
+#include "tests/pkixcmp/Enrolment.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* skid = "2.5.29.14";
+constexpr const char* akid = "2.5.29.35";
+constexpr const char* ian = "2.5.29.18";
+constexpr const char* aia = "1.3.6.1.5.5.7.1.1";
+constexpr const char* sia = "1.3.6.1.5.5.7.1.11";
+
+std::string sanXml(const char* tag, const char* name) {
+    return std::string("<") + tag + "><dNSName>" + name + "</dNSName></" + tag + ">";
+}
+std::string accessXml(const char* tag, const char* method) {
+    return std::string("<") + tag + "><AccessDescription><accessMethod>" + method +
+           "</accessMethod><accessLocation><uniformResourceIdentifier>http://r.example"
+           "</uniformResourceIdentifier></accessLocation></AccessDescription></" +
+           tag + ">";
+}
+CACMPT_Extension keyId(const char* hex, bool authority = false) {
+    const std::string xml =
+        authority ? "<AuthorityKeyIdentifier><keyIdentifier>" + std::string(hex) +
+                        "</keyIdentifier></AuthorityKeyIdentifier>"
+                  : "<SubjectKeyIdentifier>" + std::string(hex) + "</SubjectKeyIdentifier>";
+    return extension(authority ? akid : skid, xml);
+}
+
+class ServerPreProcessTest : public EnrolmentTest {
+protected:
+    ServerPreProcessTest() : client(makeClient("alice")) {}
+
+    static const CACMPT_Extension* find(const CertificateInfo& record, const char* oid) {
+        for (const CACMPT_Extension& e : record.Extensions) {
+            if (e.oid == oid) return &e;
+        }
+        return nullptr;
+    }
+    static std::string xmlOf(const CertificateInfo& record, const char* oid) {
+        const CACMPT_Extension* e = find(record, oid);
+        return e ? e->xml : "";
+    }
+    /// The message of a request with the extensions, under another body kind.
+    CACMPT_BLOB message(int kind, const CACMPT_Extensions& extensions) {
+        auto request = makeRequest();
+        request->Extensions = extensions;
+        if (kind == ASN1T_PKIBody::T_p10cr) {
+            request->RequestType = REQUEST_TYPE_GET_CERTIFICATE;
+            client->PKCS10_EncodeAndSign(request.get(), request->RawRequest, false);
+        }
+        return edited(send(*client, *request),
+                      [&](ASN1T_PKIMessage& m, ASN1CTXT*) { m.body.t = kind; });
+    }
+
+    std::unique_ptr<PKIXCMP_Client> client;
+};
+
+TEST_F(ServerPreProcessTest, TheComputedKeyIdentifierIsForcedOrGivesWay) {
+    auto ca = makeCa();
+    struct {
+        int kind;
+        bool forced;
+    } cases[] = {{ASN1T_PKIBody::T_ir, true},
+                 {ASN1T_PKIBody::T_kur, true},
+                 {ASN1T_PKIBody::T_ccr, false},
+                 {ASN1T_PKIBody::T_p10cr, false}};
+    std::string computed;
+    for (const auto& c : cases) {
+        CertificateInfo plain, asked;
+        ca->CertReqMessage_PreProcess(message(c.kind, {}), &plain);
+        if (computed.empty()) computed = plain.SubjectKeyIdentifier.writeToHexString();
+        EXPECT_EQ(computed.size(), 40u);
+        EXPECT_EQ(plain.SubjectKeyIdentifier.writeToHexString(), computed);
+        ca->CertReqMessage_PreProcess(message(c.kind, {keyId("0A0B")}), &asked);
+        EXPECT_EQ(asked.SubjectKeyIdentifier.writeToHexString(), c.forced ? computed : "0A0B");
+        EXPECT_STREQ(asked.SerialNumber, "0");
+        EXPECT_EQ(asked.Subject.tostring(3), L"CN=Alice, O=Trial");
+        EXPECT_EQ(asked.Issuer.tostring(3), L"CN=Trial Root, O=Trial");
+        EXPECT_EQ(asked.NotAfter - asked.NotBefore <= CACMPT_Period::OneYear, true);
+    }
+}
+
+TEST_F(ServerPreProcessTest, TheCasCertificateSpeaksWhereItHasSomethingToSay) {
+    auto plain = makeCa();
+    const CACMPT_Extensions own = {
+        extension("2.5.29.17", sanXml("SubjectAltName", "ca.example")),
+        extension(sia, accessXml("SubjectInfoAccessSyntax", "1.3.6.1.5.5.7.48.5"))};
+    auto rich = makeCa("\\local\\rich", nullptr, CACMPT_Period::OneYear, own);
+    auto other =
+        makeCa("\\local\\other", nullptr, CACMPT_Period::OneYear,
+               {extension(sia, accessXml("SubjectInfoAccessSyntax", "1.3.6.1.5.5.7.48.3"))});
+    // A root whose certificate lacks the key identifier that all roots made here have.
+    auto bare = makeCa("\\local\\bare");
+    Decoded<ASN1T_Certificate> stripped(bare->Certificate);
+    stripped->tbsCertificate.m.extensionsPresent = false;
+    stripped->tbsCertificate.extensions.clear();
+    bare->Certificate = asn1EncodeRecord(stripped.value);
+
+    const CACMPT_BLOB request = message(
+        ASN1T_PKIBody::T_ir, {keyId("0C", true), extension(ian, sanXml("IssuerAltName", "mine"))});
+    CertificateInfo fromPlain, fromRich, fromOther, fromBare;
+    plain->CertReqMessage_PreProcess(request, &fromPlain);
+    rich->CertReqMessage_PreProcess(request, &fromRich);
+    other->CertReqMessage_PreProcess(request, &fromOther);
+    bare->CertReqMessage_PreProcess(request, &fromBare);
+    CertificateInfo root;
+    PKIXCMP_Base::Cert_Decode(plain->Certificate, &root);
+    EXPECT_EQ(fromPlain.AuthorityKeyIdentifier, root.SubjectKeyIdentifier);
+    EXPECT_EQ(fromBare.AuthorityKeyIdentifier.writeToHexString(), "0C");
+    EXPECT_THAT(xmlOf(fromPlain, ian), HasSubstr("mine"));
+    EXPECT_THAT(xmlOf(fromRich, ian), HasSubstr("ca.example"));
+    EXPECT_EQ(find(fromPlain, aia), nullptr);
+    EXPECT_EQ(find(fromOther, aia), nullptr);
+    EXPECT_THAT(xmlOf(fromRich, aia),
+                testing::AllOf(HasSubstr("1.3.6.1.5.5.7.48.2"), HasSubstr("http://r.example")));
+    for (const char* oid : {akid, ian, aia, skid}) EXPECT_FALSE(find(fromRich, oid)->critical);
+}
+
+TEST_F(ServerPreProcessTest, OfAPkcs10RequestTheFirstAttributeWithAValueCounts) {
+    auto ca = makeCa();
+    const CACMPT_BLOB p10cr = message(ASN1T_PKIBody::T_p10cr,
+                                      {extension("2.5.29.17", sanXml("SubjectAltName", "first"))});
+    const auto withAttributes = [&](const std::function<void(ASN1T_Attributes&, ASN1CTXT*)>& f) {
+        return edited(p10cr, [&](ASN1T_PKIMessage& m, ASN1CTXT* ctxt) {
+            f(m.body.u.p10cr->certificationRequestInfo.attributes, ctxt);
+        });
+    };
+    using A = ASN1T_Attributes&;
+    const auto second = [](A attributes, ASN1CTXT* ctxt, const char* name) {
+        ASN1T_Extensions extensions;
+        ASN1T_Extensions_set(ctxt, extensions,
+                             {extension("2.5.29.17", sanXml("SubjectAltName", name))});
+        const CACMPT_BLOB der = asn1EncodeRecord(extensions);
+        ASN1T_Attributes_add(ctxt, attributes, pkcs_9_at_extensionRequest, der.data, der.size);
+    };
+    struct {
+        CACMPT_BLOB request;
+        const char* san;
+    } cases[] = {{p10cr, "first"},
+                 {withAttributes([&](A a, ASN1CTXT* c) { second(a, c, "second"); }), "first"},
+                 {withAttributes([&](A a, ASN1CTXT* c) {
+                      a.front().values.clear();
+                      second(a, c, "second");
+                  }),
+                  "second"},
+                 {withAttributes([](A a, ASN1CTXT*) { a.clear(); }), nullptr}};
+    for (const auto& c : cases) {
+        CertificateInfo record;
+        ca->CertReqMessage_PreProcess(c.request, &record);
+        EXPECT_EQ(find(record, "2.5.29.17") != nullptr, c.san != nullptr);
+        EXPECT_THAT(xmlOf(record, "2.5.29.17"), HasSubstr(c.san ? c.san : ""));
+    }
+    const CACMPT_BLOB broken = withAttributes([](A a, ASN1CTXT*) {
+        a.front().values.front() = ASN1OpenType(2, reinterpret_cast<const std::uint8_t*>("\5"));
+    });
+    CertificateInfo record;
+    EXPECT_THAT(failure([&] { ca->CertReqMessage_PreProcess(broken, &record); }),
+                HasSubstr("asn1: "));
+}
+
+TEST_F(ServerPreProcessTest, NothingOutlivesTheCa) {
+    auto ca = makeCa(caPath, nullptr, CACMPT_Period::OneDay);
+    Decoded<ASN1T_Certificate> root(ca->Certificate);
+    Decoded<ASN1T_Certificate> issued(issue(*ca, makeIr(*client)));
+    EXPECT_EQ(issued->tbsCertificate.validity.notAfter.u.text,
+              root->tbsCertificate.validity.notAfter.u.text);
+    // The same moment written as a GeneralizedTime.
+    const std::string text =
+        "20" + std::string(root->tbsCertificate.validity.notAfter.u.text.view());
+    root->tbsCertificate.validity.notAfter.t = ASN1T_Time::T_generalTime;
+    root->tbsCertificate.validity.notAfter.u.text = ASN1TString(std::string_view(text));
+    ca->Certificate = asn1EncodeRecord(root.value);
+    Decoded<ASN1T_Certificate> again(issue(*ca, makeIr(*client)));
+    EXPECT_EQ(again->tbsCertificate.validity.notAfter.t, ASN1T_Time::T_utcTime);
+    EXPECT_EQ(again->tbsCertificate.validity.notAfter.u.text,
+              issued->tbsCertificate.validity.notAfter.u.text);
+}
+
+TEST_F(ServerPreProcessTest, TheDistributionPointComesFromTheConfiguration) {
+    auto ca = makeCa();
+    const CACMPT_BLOB ir = makeIr(*client);
+    PKIXCMP_Server pathless(nullptr, PROV_ECDSA_P256);
+    pathless.init(ca->Certificate, &wnd);
+    for (const char* url : {"", "http://crl.example/1.crl"}) {
+        Ini(caPath).insert("cdp", url);
+        CertificateInfo open, inner, without;
+        ca->CertReqMessage_PreProcess(ir, &open);
+        ca->CertReqMessage_PreProcess(ir, &inner, 0);
+        pathless.CertReqMessage_PreProcess(ir, &without);
+        EXPECT_EQ(find(open, "2.5.29.31") != nullptr, *url != 0);
+        EXPECT_THAT(xmlOf(open, "2.5.29.31"), HasSubstr(url));
+        EXPECT_EQ(find(inner, "2.5.29.31"), nullptr);
+        EXPECT_EQ(find(without, "2.5.29.31"), nullptr);
+        ca->CertReqMessage_PreProcess(ir, &open);  // again: a new template, nothing twice
+        EXPECT_EQ(open.Extensions.size(), *url ? 3u : 2u);
+    }
+}
+
+TEST_F(ServerPreProcessTest, AnExistingCertificateIsCertifiedAcross) {
+    auto ca = makeCa();
+    auto other = makeCa("\\local\\other");  // has basicConstraints
+    CertificateInfo record;
+    ca->CertReqCert_PreProcess(other->Certificate, &record);
+    EXPECT_EQ(find(record, "2.5.29.19"), nullptr);
+    CertificateInfo original;
+    PKIXCMP_Base::Cert_Decode(other->Certificate, &original);
+    EXPECT_EQ(record.SubjectKeyIdentifier, original.SubjectKeyIdentifier);
+    CACMPT_BLOB reply;
+    ca->CertReqMessage_Process(&record, reply);
+    Decoded<ASN1T_PKIMessage> message(reply);
+    EXPECT_EQ(message->body.t, ASN1T_PKIBody::T_ccp);
+    EXPECT_EQ(asn1EncodeRecord(*message->header.recipient.u.directoryName),
+              CACMPT_BLOB(original.Subject));
+    EXPECT_EQ(verify(ca->Certificate, certificateOf(reply)), "OK");
+    EXPECT_THAT(failure([&] { ca->CertReqCert_PreProcess(CACMPT_BLOB("x", 1), &record); },
+                        "pkixcmp/CA_CMP_ProcessReq"),
+                HasSubstr("asn1: "));
+}
+
+}  // namespace
