@@ -10,6 +10,7 @@
 #include "capilite/Name.h"
 #include "capilite/Oid.h"
 #include "capilite/Strings.h"
+#include "pkixcmp/MessageBuilding.h"
 #include "platform/support/Text.h"
 
 using namespace asn1data;
@@ -19,11 +20,6 @@ namespace {
 void* checked(void* memory) {
     if (memory == nullptr) PKIXCMP_THROW(CAException, "out of memory");
     return memory;
-}
-
-template <class T>
-T* allocate(ASN1CTXT* context) {
-    return ::new (checked(context->alloc(sizeof(T)))) T{};
 }
 
 [[noreturn]] void throwRuntime(ASN1CTXT* context) {
@@ -61,9 +57,7 @@ void encodeGeneralInfo(ASN1CTXT* context, ASN1T_GenMsgContent& out, const CACMPT
             PKIXCMP_THROW(Asn1DecodeException, "Invalid oid");
         }
         if (asn1DTC_InfoTypeAndValue(context, &node) < 0) throwRuntime(context);
-        ASN1T_InfoTypeAndValue* added = out.append(context);
-        if (added == nullptr) PKIXCMP_THROW(CAException, "out of memory");
-        *added = node;
+        pkixcmp_detail::add(context, out) = node;
     }
 }
 
@@ -94,23 +88,6 @@ ASN1TString encodeElement(ASN1CTXT* context, const FreeTextItem& item) {
     const int length = rtWCSToUTF8(text, utf8, size);
     if (length < 0) PKIXCMP_THROW(Asn1EncodeException, "invalid ASN1T_PKIFreeText");
     return ASN1TString(static_cast<std::uint32_t>(length), utf8);
-}
-
-template <int Count>
-bool encodeBits(ASN1CTXT* context, ASN1TDynBitStr& out, const std::uint32_t (&masks)[Count],
-                std::uint32_t set) {
-    std::uint8_t bits[(Count + 7) / 8] = {};
-    bool any = false;
-    for (int i = 0; i < Count; ++i) {
-        if ((set & masks[i]) == 0) continue;
-        bits[i / 8] = static_cast<std::uint8_t>(bits[i / 8] | 0x80 >> i % 8);
-        any = true;
-    }
-    if (!any) return false;
-    const std::uint8_t* bytes = rtCopyBytes(context, bits, sizeof bits);
-    if (bytes == nullptr) PKIXCMP_THROW(CAException, "out of memory");
-    out = ASN1TDynBitStr(Count, bytes);
-    return true;
 }
 
 template <int Count>
@@ -188,7 +165,7 @@ int str2general(const wchar_t* text, ASN1T_GeneralName& out, ASN1BEREncodeBuffer
         if (!narrowValue(value, context, out.u.dNSName)) return 1;
         out.t = ASN1T_GeneralName::T_dNSName;
     } else if (whole.starts_with(L"dn:")) {
-        auto* name = allocate<ASN1T_Name>(context);
+        auto* name = pkixcmp_detail::make<ASN1T_Name>(context);
         str2dn(value, *name, buffer);
         out.t = ASN1T_GeneralName::T_directoryName;
         out.u.directoryName = name;
@@ -225,9 +202,7 @@ void FreeText_Encode(ASN1CTXT* context, ASN1T_PKIFreeText& out, const FreeText& 
     out.clear();
     for (const FreeTextItem& item : text) {
         const ASN1TString element = encodeElement(context, item);
-        ASN1TString* added = out.append(context);
-        if (added == nullptr) PKIXCMP_THROW(CAException, "out of memory");
-        *added = element;
+        pkixcmp_detail::add(context, out) = element;
     }
 }
 
@@ -254,14 +229,12 @@ void add_extra_certs(ASN1BERDecodeBuffer& buffer, ASN1T_PKIMessage& message,
         ASN1T_Certificate certificate;
         buffer.setBuffer(encoded.data, encoded.size);
         if (ASN1C_Certificate(buffer, certificate).Decode() < 0) throwRuntime(buffer.getCtxtPtr());
-        ASN1T_Certificate* added = message.extraCerts.append(buffer.getCtxtPtr());
-        if (added == nullptr) PKIXCMP_THROW(CAException, "out of memory");
-        *added = certificate;
+        pkixcmp_detail::add(buffer.getCtxtPtr(), message.extraCerts) = certificate;
     }
 }
 
 bool FailureInfo_Encode(ASN1CTXT* context, ASN1TDynBitStr& out, std::uint32_t failures) {
-    return encodeBits(context, out, FailureInfo::sequence, failures);
+    return pkixcmp_detail::setBits(context, out, FailureInfo::sequence, failures);
 }
 
 std::uint32_t FailureInfo_Parse(const ASN1TDynBitStr& in) {
@@ -269,7 +242,7 @@ std::uint32_t FailureInfo_Parse(const ASN1TDynBitStr& in) {
 }
 
 bool ReasonFlags_Encode(ASN1CTXT* context, ASN1TDynBitStr& out, std::uint32_t reasons) {
-    return encodeBits(context, out, ReasonFlags::sequence, reasons);
+    return pkixcmp_detail::setBits(context, out, ReasonFlags::sequence, reasons);
 }
 
 std::uint32_t ReasonFlags_Parse(const ASN1TDynBitStr& in) {

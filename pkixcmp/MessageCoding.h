@@ -54,7 +54,7 @@ PKIXCMP_API void add_extra_certs(ASN1BERDecodeBuffer& buffer, asn1data::ASN1T_PK
                                  const std::list<CACMPT_BLOB>& certificates);
 
 /// failInfo of a set of failures: 15 bits, each at the position of its mask in
-/// `FailureInfo::sequence`. False, and nothing written, for an empty set.
+/// `FailureInfo::sequence`. False for an empty set.
 PKIXCMP_API bool FailureInfo_Encode(ASN1CTXT* context, ASN1TDynBitStr& out, std::uint32_t failures);
 /// The masks of the bits that are set; positions behind the table are passed over.
 PKIXCMP_API std::uint32_t FailureInfo_Parse(const ASN1TDynBitStr& in);

@@ -1,0 +1,320 @@
+#include "capilite/Strings.h"
+#include "tests/pkixcmp/Enrolment.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string_view view(const ASN1TString& text) { return text.view(); }
+
+TEST(GeneralNameText, TakesThreeForms) {
+    const struct {
+        const wchar_t* text;
+        int tag;  // 0: refused
+        const char* value;
+    } cases[] = {{L"rfc:a@b.c", 2, "a@b.c"},
+                 {L"dns: \t host", 3, "host"},
+                 {L"dns:", 3, ""},
+                 {L"dns:   ", 3, ""},
+                 {L"rfc:\x0434@b", 2, "\xD0\xB4@b"},
+                 {L"dns:a:b", 3, "a:b"},
+                 {L"DNS:host", 0, ""},
+                 {L"Dn:CN=a", 0, ""},
+                 {L" dn:CN=a", 0, ""},
+                 {L"uri:http://a", 0, ""},
+                 {L"x:dns:a", 0, ""},
+                 {L"dns", 0, ""},
+                 {L":", 0, ""},
+                 {L"", 0, ""}};
+    for (const auto& c : cases) {
+        ASN1BEREncodeBuffer buffer;
+        ASN1T_GeneralName name;
+        EXPECT_EQ(str2general(c.text, name, buffer), c.tag == 0 ? 1 : 0) << tostring(c.text);
+        if (c.tag == 0) continue;
+        EXPECT_EQ(name.t, c.tag);
+        EXPECT_EQ(view(name.u.dNSName), c.value);
+    }
+}
+
+TEST(GeneralNameText, DirectoryNamesOutliveTheirDecoding) {
+    ASN1BEREncodeBuffer buffer;
+    ASN1T_GeneralName name;
+    ASSERT_EQ(str2general(L"dn: CN=\x0410\x043D\x043D\x0430, O=Trial", name, buffer), 0);
+    CACMPT_PARSED_RDN der;
+    GeneralizedNameParse(name, der);
+    EXPECT_EQ(der.tostring(3), L"CN=\x0410\x043D\x043D\x0430, O=Trial");
+    ASN1T_GeneralName empty;
+    ASSERT_EQ(str2general(L"dn:", empty, buffer), 0);
+    GeneralizedNameParse(empty, der);
+    EXPECT_EQ(der.writeToHexString(), "3000");
+    EXPECT_THROW(str2general(L"dn:nothing", name, buffer), CAException);
+}
+
+// A whole message around a header: encoded by us, given to the caller as bytes.
+CACMPT_BLOB encoded(const PKIXCMP_Message& record) {
+    ASN1BEREncodeBuffer buffer;
+    CACMPT_ASN1BERDecodeBuffer items;
+    ASN1T_PKIMessage message;
+    message.body.t = ASN1T_PKIBody::T_pkiconf;
+    ASN1CMPMessage_Encode(record, message, buffer, items);
+    return asn1EncodeRecord(message);
+}
+
+std::unique_ptr<PKIXCMP_Message> addressed() {
+    auto record = std::make_unique<PKIXCMP_Message>();
+    std::wcscpy(record->SenderGeneralName, L"dn:CN=Alice");
+    std::wcscpy(record->RecipientGeneralName, L"dn:CN=Trial Root");
+    return record;
+}
+
+std::unique_ptr<PKIXCMP_Message> parsed(const CACMPT_BLOB& der) {
+    Decoded<ASN1T_PKIMessage> message(der);
+    auto record = std::make_unique<PKIXCMP_Message>();
+    ASN1CMPMessage_Parse(message.value, *record);
+    return record;
+}
+
+void setBlob(CACMPT_BLOB& blob, std::string_view text) { blob.assign(text.data(), text.size()); }
+
+class MessageHeader : public EnrolmentTest {};
+
+TEST_F(MessageHeader, EmptyRecordGivesVersionAndTimeAlone) {
+    const CACMPT_BLOB der = encoded(*addressed());
+    Decoded<ASN1T_PKIMessage> message(der);
+    const auto& m = message->header.m;
+    EXPECT_EQ(message->header.pvno, 0);
+    EXPECT_TRUE(m.messageTimePresent);
+    EXPECT_FALSE(m.transactionIDPresent || m.senderNoncePresent || m.senderKIDPresent ||
+                 m.recipKIDPresent || m.recipNoncePresent || m.freeTextPresent ||
+                 m.generalInfoPresent || m.protectionAlgPresent);
+    EXPECT_THAT(openssl("asn1parse -inform DER -in " + file("m.der", der)),
+                AllOf(HasSubstr("INTEGER           :00"), HasSubstr(":Trial Root"),
+                      HasSubstr("GENERALIZEDTIME   :20"), Not(HasSubstr("OCTET STRING"))));
+}
+
+TEST_F(MessageHeader, FieldsComeBackAsTheyWereSent) {
+    auto sent = addressed();
+    setBlob(sent->transactionID, std::string_view("\0\1\2", 3));
+    setBlob(sent->sender_nonce, "n");
+    setBlob(sent->sender_kid, "a key identifier");
+    sent->FreeText.emplace_back(L"\x043F\x0440\x0438\x0432\x0435\x0442", Encoding::DEFAULT_WRITE);
+    sent->FreeText.emplace_back(L"any", Encoding::DEFAULT_READ);
+    sent->FreeText.emplace_back(std::wstring(L"cut\0here", 8), "en");
+    sent->GeneralInfo.insert({"1.2.3.4", CACMPT_BLOB("\x05\x00", 2)});
+    sent->GeneralInfo.insert({"1.3.6.1.5.5.7.4.13", CACMPT_BLOB()});
+    sent->GeneralInfo.push_back({"1.2.3.4", CACMPT_BLOB("\x02\x01\x07", 3)});
+    const CACMPT_Date before = CACMPT_Date::Now();
+
+    auto got = parsed(encoded(*sent));
+
+    EXPECT_STREQ(got->SenderGeneralName, L"CN=Alice");
+    EXPECT_STREQ(got->RecipientGeneralName, L"CN=Trial Root");
+    EXPECT_LE(before.getTime(), got->SubmittedWhen.getTime());
+    EXPECT_GE(CACMPT_Date::Now().getTime(), got->SubmittedWhen.getTime());
+    EXPECT_EQ(got->transactionID, sent->transactionID);
+    EXPECT_EQ(got->sender_nonce, sent->sender_nonce);
+    EXPECT_EQ(got->sender_kid, sent->sender_kid);
+    std::vector<std::pair<std::wstring, std::string>> texts;
+    for (const auto& item : got->FreeText) texts.emplace_back(item.text, item.language.value);
+    EXPECT_THAT(texts,
+                testing::ElementsAre(std::pair(L"\x043F\x0440\x0438\x0432\x0435\x0442", "ru-ru"),
+                                     std::pair(L"any", "*"), std::pair(L"cut", "en")));
+    std::vector<std::string> items;
+    for (const auto& item : got->GeneralInfo) {
+        items.push_back(item.oid + " " + item.value.writeToHexString());
+    }
+    EXPECT_THAT(items,
+                testing::ElementsAre("1.2.3.4 0500", "1.3.6.1.5.5.7.4.13 ", "1.2.3.4 020107"));
+}
+
+TEST_F(MessageHeader, ParsingReplacesAllButFreeText) {
+    auto sent = addressed();
+    sent->FreeText.emplace_back(L"one", "en");
+    Decoded<ASN1T_PKIMessage> message(encoded(*sent));
+    message->header.m.messageTimePresent = false;
+    auto record = addressed();
+    setBlob(record->sender_nonce, "stale");
+    record->GeneralInfo.insert({"1.2.3", CACMPT_BLOB()});
+    record->FreeText.emplace_back(L"zero", "en");
+    record->SubmittedWhen = CACMPT_Date::Now();
+    ASN1CMPMessage_Parse(message.value, *record);
+    EXPECT_EQ(record->sender_nonce.size, 0u);
+    EXPECT_TRUE(record->GeneralInfo.empty());
+    EXPECT_EQ(record->FreeText.size(), 2u);
+    EXPECT_EQ(record->SubmittedWhen, CACMPT_Date(0, 0));
+}
+
+TEST_F(MessageHeader, RecordsThatCannotBeSentAreRefused) {
+    const struct {
+        const char* failure;
+        void (*change)(PKIXCMP_Message&);
+    } cases[] = {
+        {"decode: invalid RecipientGeneralName",
+         [](PKIXCMP_Message& m) { std::wcscpy(m.RecipientGeneralName, L"CN=x"); }},
+        {"decode: invalid SenderGeneralName",
+         [](PKIXCMP_Message& m) { std::wcscpy(m.SenderGeneralName, L"ip:1"); }},
+        {"decode: Invalid oid",
+         [](PKIXCMP_Message& m) {
+             m.GeneralInfo.push_back({"", {}});
+         }},
+        {"decode: Invalid oid",
+         [](PKIXCMP_Message& m) {
+             m.GeneralInfo.push_back({"1.x", {}});
+         }},
+        {"decode: Invalid oid",
+         [](PKIXCMP_Message& m) {
+             m.GeneralInfo.push_back({"1", {}});
+         }},
+        {"asn1: invalid ASN1T_PKIFreeText",
+         [](PKIXCMP_Message& m) { m.FreeText.emplace_back(L"x", "\xE9"); }},
+        {"asn1: invalid ASN1T_PKIFreeText",
+         [](PKIXCMP_Message& m) {
+             m.FreeText.emplace_back(std::wstring(1, wchar_t(0x110000)), Encoding::DEFAULT_READ);
+         }},
+    };
+    for (const auto& c : cases) {
+        auto record = addressed();
+        c.change(*record);
+        EXPECT_EQ(failure([&] { encoded(*record); }), c.failure);
+    }
+    // The value of a known item must be one.
+    auto record = addressed();
+    record->GeneralInfo.push_back({"1.2.643.2.2.41.1", CACMPT_BLOB("\x05\x00", 2)});
+    EXPECT_THAT(failure([&] { encoded(*record); }), testing::StartsWith("asn1: "));
+}
+
+void setText(ASN1T_PKIMessage& message, ASN1CTXT* context, std::string_view utf8) {
+    message.header.m.freeTextPresent = true;
+    *message.header.freeText.append(context) = ASN1TString(utf8);
+}
+
+TEST_F(MessageHeader, MessagesThatCannotBeReadAreRefused) {
+    const std::string longest(4095, 'x'), tooLong(4096, 'x');
+    const std::string wide = "\xD0\xB4";  // two octets a character
+    std::string longestWide;
+    for (int i = 0; i < 4095; ++i) longestWide += wide;
+    const struct {
+        std::string text;
+        const char* failure;
+        const wchar_t* begin;
+        std::size_t length;
+        const char* language;
+    } cases[] = {
+        {longest, "", L"x", 4095, "*"},
+        {longestWide, "", L"\x0434", 4095, "*"},
+        {tooLong, "decode: Free text too long", L"", 0, ""},
+        {std::string("before\0behind", 13), "", L"before", 6, "*"},
+        {std::string(1, '\0'), "", L"", 0, "*"},
+        {"\xFF", "decode: Free text too long", L"", 0, ""},
+        {"\xE0\xB8\x81\xE0\xB9\x92\xE0\xB9\x95\xE0\xB9\xBEtext", "", L"text", 4, "ru"},
+        {"\xE0\xB8\x81\xE0\xB9\xBEtext", "", L"text", 4, ""},
+        {"\xE0\xB8\x81\xE0\xB9\x92text", "ca: Invalid Encoding format", L"", 0, ""},
+        {"\xE0\xB8\x81", "ca: Invalid Encoding format", L"", 0, ""},
+    };
+    const CACMPT_BLOB der = encoded(*addressed());
+    for (const auto& c : cases) {
+        Decoded<ASN1T_PKIMessage> message(der);
+        setText(message.value, message.ctxt(), c.text);
+        auto record = std::make_unique<PKIXCMP_Message>();
+        EXPECT_EQ(failure([&] { ASN1CMPMessage_Parse(message.value, *record); }), c.failure);
+        if (*c.failure != '\0') continue;
+        ASSERT_EQ(record->FreeText.size(), 1u);
+        const FreeTextItem& item = record->FreeText.front();
+        EXPECT_EQ(item.text.size(), c.length);
+        EXPECT_TRUE(item.text.starts_with(c.begin));
+        EXPECT_EQ(item.language.value, c.language);
+    }
+}
+
+TEST_F(MessageHeader, PeersOfOtherNamesAndIdentifiersAreRefused) {
+    const CACMPT_BLOB der = encoded(*addressed());
+    Decoded<ASN1T_PKIMessage> message(der);
+    message->header.sender.t = ASN1T_GeneralName::T_rfc822Name;
+    message->header.sender.u.rfc822Name = ASN1TString(std::string_view("a@b"));
+    auto record = std::make_unique<PKIXCMP_Message>();
+    EXPECT_EQ(failure([&] { ASN1CMPMessage_Parse(message.value, *record); }),
+              "decode: Unsupported GeneralName.t");
+
+    std::string arcs = "1.2";
+    for (int i = 0; i < 63; ++i) arcs += ".1";
+    for (const char* text : {arcs.c_str(), arcs.c_str() + 2}) {  // 129 and 127 characters
+        auto sent = addressed();
+        sent->GeneralInfo.push_back({text, {}});
+        if (text == arcs.c_str()) {
+            EXPECT_EQ(failure([&] { parsed(encoded(*sent)); }), "decode: oid too long");
+        } else {
+            sent->GeneralInfo.front().oid[0] = '1';
+            EXPECT_EQ(parsed(encoded(*sent))->GeneralInfo.front().oid.size(), 127u);
+        }
+    }
+}
+
+TEST_F(MessageHeader, ALongNameIsCutToTheRecord) {
+    auto sent = addressed();
+    Decoded<ASN1T_PKIMessage> message(encoded(*sent));
+    std::wstring text;
+    for (int i = 0; i < 300; ++i) text += L"OU=" + std::wstring(60, L'x') + L", ";
+    CACMPT_PARSED_RDN name;
+    name.assign(text + L"CN=end");
+    name.parse(message.buffer, *message->header.sender.u.directoryName);
+    auto record = std::make_unique<PKIXCMP_Message>();
+    ASN1CMPMessage_Parse(message.value, *record);
+    EXPECT_EQ(std::wcslen(record->SenderGeneralName), 8191u);
+    EXPECT_TRUE(text.starts_with(record->SenderGeneralName));
+    EXPECT_STREQ(record->RecipientGeneralName, L"CN=Trial Root");
+}
+
+TEST(GeneralInfo, CarriesOneAuditRecord) {
+    CACMPT_GeneralInfo info;
+    GeneralAudit audit{1, 2, 3, true};
+    EXPECT_FALSE(info.get_audit(audit));
+    EXPECT_EQ(audit.session, 2u);
+    info.set_audit(audit);
+    EXPECT_EQ(info.front().value.writeToHexString(), "300C0201010201020201030101FF");
+    info.set_audit({0xFFFFFFFF, 0, 0x80000000, false});
+    ASSERT_EQ(info.size(), 1u);
+    EXPECT_EQ(info.front().oid, "1.2.643.2.2.41.1");
+    EXPECT_EQ(info.front().value.writeToHexString(),
+              "3014020500FFFFFFFF02010002050080000000010100");
+    ASSERT_TRUE(info.get_audit(audit));
+    EXPECT_EQ(audit.type, 0xFFFFFFFFu);
+    EXPECT_EQ(audit.event_counter, 0x80000000u);
+    EXPECT_FALSE(audit.success);
+    for (const char* bad :
+         {"", "3000", "300C02010102010202010301", "30100206010000000000020102020103010100"}) {
+        info.front().value.readFromHexString(bad);
+        EXPECT_THAT(failure([&] { info.get_audit(audit); }), testing::StartsWith("asn1: ")) << bad;
+    }
+}
+
+TEST(StatusBits, StandAtTheirTablePositions) {
+    const struct {
+        std::uint32_t set;
+        const char* bits;
+    } cases[] = {{FailureInfo::badAlg, "8000"},
+                 {FailureInfo::badPOP, "0040"},
+                 {FailureInfo::timeNotAvailable, "0020"},
+                 {FailureInfo::systemFailure, "0002"},
+                 {FailureInfo::badRequest | FailureInfo::systemFailure, "2002"}};
+    ASN1CtxtRef context;
+    ASN1TDynBitStr bits;
+    for (const auto& c : cases) {
+        ASSERT_TRUE(FailureInfo_Encode(context.get(), bits, c.set | 0x400));
+        EXPECT_EQ(bits.numbits, 15u);
+        EXPECT_EQ(CACMPT_BLOB(bits.data, 2).writeToHexString(), c.bits);
+        EXPECT_EQ(FailureInfo_Parse(bits), c.set);
+    }
+    EXPECT_FALSE(FailureInfo_Encode(context.get(), bits, 0x400));
+    const std::uint8_t all[4] = {0xFF, 0xFF, 0xFF, 0xFF};
+    EXPECT_EQ(FailureInfo_Parse(ASN1TDynBitStr(32, all)), 0x203C3FFu);
+    EXPECT_EQ(FailureInfo_Parse(ASN1TDynBitStr(3, all)), 7u);
+    EXPECT_EQ(FailureInfo_Parse(ASN1TDynBitStr()), 0u);
+    ASSERT_TRUE(ReasonFlags_Encode(context.get(), bits, ReasonFlags::certificateHold));
+    EXPECT_EQ(bits.numbits, 7u);
+    EXPECT_EQ(bits.data[0], 0x02);
+    EXPECT_EQ(ReasonFlags_Parse(ASN1TDynBitStr(32, all)), 0x7Fu);
+}
+
+}  // namespace
