@@ -157,9 +157,9 @@ BOOL CryptAcquireCertificatePrivateKey(PCCERT_CONTEXT context, DWORD flags, void
         KeptKey key(*kept);
         DWORD wanted = (key.flags & (CRYPT_MACHINE_KEYSET | CRYPT_SILENT)) | (flags & CRYPT_SILENT);
         const char* providerName = key.provider.empty() ? nullptr : key.provider.c_str();
-        require(CryptAcquireContextA(provider, key.container.c_str(), providerName, key.type,
-                                     wanted) != 0,
-                GetLastError());
+        BOOL opened =
+            CryptAcquireContextA(provider, key.container.c_str(), providerName, key.type, wanted);
+        require(opened != 0, GetLastError());
         if (keySpec != nullptr) *keySpec = key.keySpec;
         if (callerFrees != nullptr) *callerFrees = 1;
     });
