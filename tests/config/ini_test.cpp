@@ -37,22 +37,14 @@ TEST(IniPath, MergesRelativePaths) {
         const char* merged;  // null: climbs above the root
     } cases[] = {
         {"\\local\\ca", nullptr, "\\local\\ca"},
-        {"\\local\\ca", "", "\\local\\ca"},
-        {"\\local\\ca", "sub", "\\local\\ca\\sub"},
         {"\\local\\ca", "sub\\", "\\local\\ca\\sub"},
-        {"\\local\\ca", "\\config\\x", "\\config\\x"},
         {"\\local\\ca", "\\config\\x\\", "\\config\\x\\"},
-        {"\\local\\ca", "..", "\\local"},
-        {"\\local\\ca", "..\\", "\\local"},
         {"\\local\\ca", "..\\other", "\\local\\other"},
         {"\\local\\ca", "..\\..\\other", "\\other"},
         {"\\local\\ca", "..\\..", ""},
         {"\\local\\ca", "..\\..\\..\\other", nullptr},
-        {"\\local\\ca", "..\\..\\..", nullptr},
         {"\\local\\ca", "..x", "\\local\\ca\\..x"},
-        {"\\local\\ca", ".", "\\local\\ca\\."},
         {"\\local\\ca", "a\\..\\b", "\\local\\ca\\a\\..\\b"},
-        {"\\", "x", "\\x"},
         {"\\", "..", nullptr},
         {"plain", "..\\x", "\\x"},
     };
@@ -61,35 +53,21 @@ TEST(IniPath, MergesRelativePaths) {
         std::string out = "untouched";
         EXPECT_EQ(Ini(c.base).merge_path(c.relative, out), c.merged != nullptr);
         EXPECT_EQ(out, c.merged ? c.merged : "untouched");
+        const auto merge = [&] { return Ini(Ini(c.base), c.relative).path(); };
         if (c.merged) {
-            std::string expected = c.merged;
-            EXPECT_EQ(Ini(Ini(c.base), c.relative).path(), expected);
+            EXPECT_EQ(merge(), c.merged);
         } else {
-            EXPECT_THAT([&] { Ini(Ini(c.base), c.relative); },
-                        ThrowsMessage<entry_bad_type_exception>(HasSubstr("' ref expected")));
+            EXPECT_THAT(merge, ThrowsMessage<entry_bad_type_exception>(HasSubstr(" ref expected")));
         }
     }
-}
-
-TEST(IniPath, RemovesOneTrailingBackslash) {
-    const struct {
-        const char* given;
-        const char* value;  // full path of the value "v"
-    } cases[] = {{"\\local\\ca", "\\local\\ca\\v"},
-                 {"\\local\\ca\\", "\\local\\ca\\v"},
-                 {"\\local\\ca\\\\", "\\local\\ca\\\\v"},
-                 {"\\", "\\v"},
-                 {"", "\\v"}};
-    for (const auto& c : cases) {
-        std::string path;
-        Ini(c.given).build_param_path("v", path);
-        EXPECT_EQ(path, c.value) << c.given;
+    const char* const trailing[][2] = {
+        {"\\a\\", "\\a\\v"}, {"\\a\\\\", "\\a\\\\v"}, {"\\", "\\v"}, {"", "\\v"}};
+    for (const auto& [path, full] : trailing) {  // one backslash goes
+        std::string out;
+        Ini(path).build_param_path("v", out);
+        EXPECT_EQ(out, full);
     }
     EXPECT_EQ(Ini().path(), "\\local");
-    Ini a("\\a");
-    Ini b("\\b");
-    a.swap(b);
-    EXPECT_EQ(a.path() + b.path(), "\\b\\a");
 }
 
 TEST(IniFailure, CodesOfTheServiceHaveTheirClasses) {
@@ -128,43 +106,35 @@ TEST(MultiSz, KeepsEveryStringBetweenZeros) {
 }
 
 TEST_F(IniTest, EveryTypeReadsBack) {
-    const CACMPT_BLOB bytes("\0\xFF\x01", 3);
+    const auto same = [&](const auto& written, auto getter) {
+        ini.insert("v", written);
+        EXPECT_EQ((value("v").*getter)(), written);
+    };
+    std::string (IniValue::*const getString)() const = &IniValue::get_string;
     const CACMPT_Date date("20491231235959.000001Z");
-    ini.insert("text", "Привет");
-    ini.insert("wide", L"Жё€𝄞");
-    ini.insert("long", -5000000000L);
-    ini.insert("longlong", 0x7FFFFFFFFFFFFFFFLL);
-    ini.insert("true", true);
-    ini.insert("false", false);
-    ini.insert("binary", bytes);
-    ini.insert("nothing", CACMPT_BLOB());
-    ini.insert("int", -2147483647 - 1);
-    ini.insert("unsigned", 4294967295u);
-    ini.insert("date", date);
-    ini.insert("period", CACMPT_Period::OneDay * 400);
-    EXPECT_EQ(value("text").get_wstring(), L"Привет");
-    EXPECT_EQ(value("wide").get_wstring(), L"Жё€𝄞");
-    EXPECT_EQ(value("wide").param(), "wide");
-    EXPECT_EQ(value("long").get_long(), -5000000000L);
-    EXPECT_EQ(value("longlong").get_long_long(), 0x7FFFFFFFFFFFFFFFLL);
-    EXPECT_TRUE(value("true").get_bool());
-    EXPECT_FALSE(value("false").get_bool());
-    EXPECT_EQ(ini.find_binary("binary"), bytes);
-    EXPECT_TRUE(ini.find_binary("nothing").empty());
-    EXPECT_EQ(value("int").get_int(), -2147483647 - 1);
-    EXPECT_EQ(value("unsigned").get_unsigned(), 4294967295u);
-    EXPECT_EQ(value("date").get_date(), date);
-    EXPECT_EQ(value("date").get_string(), date.getGeneralizedTime());
-    EXPECT_TRUE(value("date").isdate());
-    EXPECT_FALSE(value("text").isdate());
-    EXPECT_FALSE(value("long").isdate());
-    EXPECT_EQ(ini.find_period("period"), CACMPT_Period::OneDay * 400);
-    EXPECT_EQ(value("text").get_type(), 1);
-    ini.insert("text", 7L);
-    EXPECT_EQ(value("text").get_long(), 7);
-    std::string out;
-    value("wide").get_string(out);
-    EXPECT_EQ(out, "Жё€𝄞");
+    same(std::string("Привет"), getString);
+    same(std::wstring(L"Жё€𝄞"), &IniValue::get_wstring);
+    same(-5000000000L, &IniValue::get_long);
+    same(0x7FFFFFFFFFFFFFFFLL, &IniValue::get_long_long);
+    same(true, &IniValue::get_bool);
+    same(false, &IniValue::get_bool);
+    same(CACMPT_BLOB("\0\xFF\x01", 3), &IniValue::get_binary);
+    same(CACMPT_BLOB(), &IniValue::get_binary);
+    same(-2147483647 - 1, &IniValue::get_int);
+    same(4294967295u, &IniValue::get_unsigned);
+    EXPECT_FALSE(value("v").isdate());
+    same(CACMPT_Period::OneDay * 400, &IniValue::get_period);
+    EXPECT_EQ(ini.find_period("v"), CACMPT_Period::OneDay * 400);
+    same(date, &IniValue::get_date);
+    EXPECT_TRUE(value("v").isdate());
+    std::string text;
+    value("v").get_string(text);
+    EXPECT_EQ(text, date.getGeneralizedTime());
+    EXPECT_EQ(value("v").get_type(), 1);
+    EXPECT_EQ(value("v").param(), "v");
+    ini.insert("v", "no date");
+    EXPECT_FALSE(value("v").isdate());
+    EXPECT_THROW(value("v").get_date(), entry_bad_type_exception);
 }
 
 /// Each getter refuses every other type and names its own in the message.
@@ -182,7 +152,6 @@ TEST_F(IniTest, GettersRefuseOtherTypes) {
         std::function<void(const IniValue&)> get;
     } getters[] = {
         {"string", "string", [](const IniValue& v) { v.get_string(); }},
-        {"string", "string", [](const IniValue& v) { v.get_wstring(); }},
         {"long", "long", [](const IniValue& v) { v.get_long(); }},
         {"long long", "long long", [](const IniValue& v) { v.get_long_long(); }},
         {"bool", "bool", [](const IniValue& v) { v.get_bool(); }},
@@ -194,15 +163,13 @@ TEST_F(IniTest, GettersRefuseOtherTypes) {
         {"enum", "string", [&](const IniValue& v) { v.get_enum(table, 1); }},
         {"ref", "string", [](const IniValue& v) { v.get_ref(Ini()); }},
         {"multi_sz", "multi_sz", [](const IniValue& v) { v.get_multi_sz(); }},
-        {"multi_sz", "multi_sz", [](const IniValue& v) { v.get_wmulti_sz(); }},
     };
     const char* const types[] = {"string", "long", "long long", "bool", "binary", "multi_sz"};
     for (const auto& getter : getters) {
         for (const char* type : types) {
-            SCOPED_TRACE(std::string(getter.word) + " of " + type);
             const auto get = [&] { getter.get(value(type)); };
             if (getter.stored && std::strcmp(getter.stored, type) == 0) {
-                EXPECT_NO_THROW(get());
+                EXPECT_NO_THROW(get()) << getter.word << " of " << type;
             } else {
                 EXPECT_THAT(
                     get, ThrowsMessage<entry_bad_type_exception>(std::string("Entry: '") + type +
@@ -223,22 +190,19 @@ TEST_F(IniTest, NumbersOutsideTheirRangeAreOfTheWrongType) {
     } cases[] = {{0, true, true},           {-1, true, false},          {2147483647, true, true},
                  {2147483648, false, true}, {-2147483648, true, false}, {-2147483649, false, false},
                  {4294967295, false, true}, {4294967296, false, false}};
+    const auto fits = [](const auto& get, const char* word, long expected, bool fitting) {
+        try {
+            EXPECT_EQ(get(), expected);
+            EXPECT_TRUE(fitting) << expected;
+        } catch (const entry_bad_type_exception& e) {
+            EXPECT_FALSE(fitting) << expected;
+            EXPECT_EQ(e.what(), std::string("Entry: 'n' ") + word + " expected");
+        }
+    };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.stored);
         ini.insert("n", c.stored);
-        const IniValue v = value("n");
-        if (c.isInt) {
-            EXPECT_EQ(v.get_int(), c.stored);
-        } else {
-            EXPECT_THAT([&] { v.get_int(); },
-                        ThrowsMessage<entry_bad_type_exception>("Entry: 'n' int expected"));
-        }
-        if (c.isUnsigned) {
-            EXPECT_EQ(v.get_unsigned(), c.stored);
-        } else {
-            EXPECT_THAT([&] { v.get_unsigned(); },
-                        ThrowsMessage<entry_bad_type_exception>("Entry: 'n' unsigned expected"));
-        }
+        fits([&] { return value("n").get_int(); }, "int", c.stored, c.isInt);
+        fits([&] { return value("n").get_unsigned(); }, "unsigned", c.stored, c.isUnsigned);
     }
 }
 
@@ -328,26 +292,19 @@ TEST_F(IniTest, NamesStandInOneTextOrInSeveral) {
     ini.insert("dn_CommonName", L"Алиса");
     ASSERT_TRUE(ini.find("dn", name));
     EXPECT_EQ(name.tostring(0), L"CN=Алиса");
-    ini.insert("dn_EMail", "a@example.org");
-    ini.insert("dn_Country", "RU");
-    ini.insert("dn_State", L"S");
-    ini.insert("dn_Locality", L"L");
-    ini.insert("dn_Organization", L"O");
-    ini.insert("dn_OrgUnit", L"OU");
-    ini.insert("dn_Title", L"T");
-    ini.insert("dn_GivenName", L"G");
-    ini.insert("dn_Initials", L"I");
-    ini.insert("dn_SurName", L"SN");
-    ini.insert("dn_Pseudonym", L"P");
+    const char* const suffixes[] = {"EMail",        "Country", "State",    "Locality",
+                                    "Organization", "OrgUnit", "Title",    "GivenName",
+                                    "Initials",     "SurName", "Pseudonym"};
+    for (const char* suffix : suffixes) {
+        ini.insert((std::string("dn_") + suffix).c_str(), suffix);
+    }
     ASSERT_TRUE(ini.find("dn", name));
-    CACMPT_PARSED_RDN_OLD fields;
-    name.parse(fields);
-    EXPECT_EQ(fields.EMail, "a@example.org");
-    EXPECT_EQ(fields.Country, "RU");
-    EXPECT_EQ(fields.State + fields.Locality + fields.Organization + fields.OrgUnit, L"SLOOU");
-    EXPECT_EQ(fields.Title + fields.GivenName + fields.Initials + fields.SurName, L"TGISN");
-    EXPECT_EQ(fields.Pseudonym, L"P");
-    EXPECT_EQ(fields.CommonName, L"Алиса");
+    CACMPT_PARSED_RDN_OLD f;
+    name.parse(f);
+    EXPECT_EQ(f.EMail + f.Country, "EMailCountry");
+    EXPECT_EQ(f.State + f.Locality + f.Organization + f.OrgUnit + f.Title + f.GivenName +
+                  f.Initials + f.SurName + f.Pseudonym + f.CommonName,
+              L"StateLocalityOrganizationOrgUnitTitleGivenNameInitialsSurNamePseudonymАлиса");
     ini.insert("dn", L"CN=Whole");  // goes before the family
     ASSERT_TRUE(ini.find("dn", name));
     EXPECT_EQ(name.tostring(0), L"CN=Whole");

@@ -1,16 +1,10 @@
 #include <gmock/gmock.h>
 
-#include "capilite/CAException.h"
-#include "capilite/Handles.h"
 #include "pkixcmp/Server.h"
 #include "tests/TempHome.h"
 #include "tests/pkixcmp/ScriptedWndProv.h"
 
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::ThrowsMessage;
 
 constexpr std::uint32_t cancelledByUser = 0x8010006E;
 
@@ -25,17 +19,19 @@ protected:
         EXPECT_EQ(parts, nullptr);
         return root;
     }
-    static void close(unsigned long long root) {
-        void* parts = nullptr;
-        PKIXCMP_Server::close_container_root(root, parts);
-    }
-    /// The full name of a container, which must have a signature key.
-    static std::string nameOf(unsigned long long root) {
+    /// Opens a container and what it needs; its full name, when it has a signature key.
+    std::string read(const char* name, WndProv* person) {
+        void* parts = this;
+        const unsigned long long root = openContainer(name);
+        PKIXCMP_Server::read_container_root(root, person, parts);
+        EXPECT_EQ(parts, nullptr);
         HCRYPTKEY key = 0;
         EXPECT_TRUE(CryptGetUserKey(root, AT_SIGNATURE, &key));
         CryptDestroyKey(key);
         std::string container;
         const std::string reader = fqcn(root, container);
+        PKIXCMP_Server::close_container_root(root, parts);
+        EXPECT_NE(cryptError([&] { get_container(root); }), 0u);
         return reader + ":" + container;
     }
     static std::uint32_t error(const std::function<void()>& call) {
@@ -50,76 +46,46 @@ protected:
 TEST_F(CaKeyTest, TheOperatorsPinProtectsTheKey) {
     wnd.reader = "DISK";
     wnd.newPins = {"operator"};
-    unsigned long long root = create(&wnd, "ca");
-    EXPECT_THAT(wnd.log, ElementsAre("reader of DISK VAULT", "new pin ca"));
-    EXPECT_EQ(nameOf(root), "DISK:ca");
-    close(root);
-    EXPECT_FALSE(opensWith("\\\\.\\DISK\\ca", PROV_ECDSA_P256, ""));
-
-    root = openContainer("\\\\.\\DISK\\ca", PROV_ECDSA_P256);
+    CryptReleaseContext(create(&wnd, "ca"), 0);
+    EXPECT_EQ(wnd.log, "reader DISK VAULT; new pin ca; ");
+    EXPECT_FALSE(opensWith("\\\\.\\DISK\\ca", ""));
     wnd.log.clear();
-    wnd.pins = {"wrong", "operator"};
-    void* parts = this;
-    PKIXCMP_Server::read_container_root(root, &wnd, parts);
-    EXPECT_EQ(parts, nullptr);
-    EXPECT_THAT(wnd.log, ElementsAre("pin ca tries 3", "pin ca tries 2"));
-    EXPECT_EQ(nameOf(root), "DISK:ca");
-    PKIXCMP_Server::read_container_root(root, &wnd, parts);  // open now
-    EXPECT_EQ(wnd.log.size(), 2u);
-    PKIXCMP_Server::close_container_root(root, parts);
-    EXPECT_EQ(cryptError([&] { get_container(root); }), ERROR_INVALID_HANDLE);
-
-    root = openContainer("\\\\.\\DISK\\ca", PROV_ECDSA_P256);
-    EXPECT_EQ(error([&] { PKIXCMP_Server::read_container_root(root, &wnd, parts); }),
-              cancelledByUser);
-    PKIXCMP_Server::read_container_root(root, nullptr, parts);  // nobody to ask
-    close(root);
+    wnd.pins = {"wrong", "operator", std::nullopt};
+    EXPECT_EQ(read("\\\\.\\DISK\\ca", &wnd), "DISK:ca");
+    EXPECT_EQ(wnd.log, "pin ca 3; pin ca 2; ");
+    EXPECT_EQ(error([&] { read("\\\\.\\DISK\\ca", &wnd); }), cancelledByUser);
 }
 
 TEST_F(CaKeyTest, KeysWithoutADialogue) {
-    unsigned long long root = create(&wnd, "\\\\.\\VAULT\\self");
-    EXPECT_EQ(nameOf(root), "VAULT:self");
-    void* parts = this;
-    PKIXCMP_Server::read_container_root(root, &wnd, parts);
-    EXPECT_EQ(parts, nullptr);
-    close(root);
-    EXPECT_TRUE(wnd.log.empty());
-
+    CryptReleaseContext(create(&wnd, "\\\\.\\VAULT\\self"), 0);
+    EXPECT_EQ(read("\\\\.\\VAULT\\self", &wnd), "VAULT:self");
     wnd.keepPin = true;
-    root = create(&wnd, "\\\\.\\DISK\\open");
-    close(root);
-    root = openContainer("\\\\.\\DISK\\open", PROV_ECDSA_P256);
-    PKIXCMP_Server::read_container_root(root, &wnd, parts);
-    EXPECT_EQ(nameOf(root), "DISK:open");
-    close(root);
-    root = create(&wnd, "");  // no question for a reader either
-    EXPECT_THAT(nameOf(root), testing::MatchesRegex("[A-Z]+:[0-9a-f-]{35}"));
-    close(root);
-    close(create(nullptr, "nobody"));
-    root = create(&wnd, "\\\\.\\DISK\\rsa", PROV_RSA);  // a type without readers
-    EXPECT_EQ(get_container(root), "rsa");
+    CryptReleaseContext(create(&wnd, "\\\\.\\DISK\\open"), 0);
+    EXPECT_EQ(read("\\\\.\\DISK\\open", &wnd), "DISK:open");
+    const prov_handle generated(create(&wnd, ""));  // no question for a reader either
+    EXPECT_EQ(get_container(generated).size(), 35u);
+    CryptReleaseContext(create(nullptr, "nobody"), 0);
+    EXPECT_THAT(read("nobody", nullptr), testing::EndsWith(":nobody"));
+    const prov_handle rsa(create(&wnd, "\\\\.\\DISK\\rsa", PROV_RSA));  // has no readers
+    EXPECT_EQ(get_container(rsa), "rsa");
     std::string container;
-    EXPECT_THAT([&] { fqcn(root, container); },
-                ThrowsMessage<CAException>(HasSubstr("'Invalid FQCN format' at "
-                                                     "file:'pkixcmp/1235'")));
-    PKIXCMP_Server::read_container_root(root, &wnd, parts);
-    close(root);
-    EXPECT_TRUE(wnd.log.empty());
-    close(0);
+    EXPECT_THAT([&] { fqcn(rsa, container); },
+                testing::ThrowsMessage<CAException>(
+                    testing::HasSubstr("'Invalid FQCN format' at file:'pkixcmp/1235'")));
+    EXPECT_EQ(wnd.log, "");
 }
 
 TEST_F(CaKeyTest, Refusals) {
     EXPECT_EQ(error([&] { create(&wnd, "ca"); }), cancelledByUser);  // no reader chosen
-    EXPECT_EQ(openContainer("ca", PROV_ECDSA_P256), 0u);
+    EXPECT_EQ(openContainer("ca"), 0u);
     wnd.reader = "DISK";
     EXPECT_EQ(error([&] { create(&wnd, "ca"); }), cancelledByUser);  // no PIN given
     EXPECT_EQ(error([&] { create(&wnd, "ca"); }), NTE_EXISTS);       // the container stays
     EXPECT_EQ(error([&] { create(&wnd, "\\\\.\\NOWHERE\\ca"); }), SCARD_E_NO_SUCH_READER);
     EXPECT_EQ(error([&] { create(&wnd, "x", 9999); }), NTE_PROV_TYPE_NOT_DEF);
-    void* parts = this;
     std::string container;
-    EXPECT_NE(cryptError([&] { PKIXCMP_Server::read_container_root(1, &wnd, parts); }), 0u);
     EXPECT_EQ(error([&] { fqcn(any.get(), container); }), NTE_BAD_KEYSET);
+    EXPECT_NE(cryptError([&] { read("missing", &wnd); }), 0u);
 }
 
 }  // namespace
