@@ -1,10 +1,9 @@
-#include <cstring>
-
 #include "capilite/CAException.h"
 #include "capilite/DefaultProvider.h"
 #include "capilite/PublicKeyRecord.h"
 #include "capilite/RecordHelpers.h"
 #include "capilite/Strings.h"
+#include "pkixcmp/MessageBuilding.h"
 #include "pkixcmp/MessageCoding.h"
 #include "pkixcmp/MessageDecoding.h"
 #include "pkixcmp/Party.h"
@@ -18,10 +17,9 @@ namespace {
     PKIXCMP_THROW(Asn1Exception, rtErrGetText(context));
 }
 
-template <class Control, class Record>
+template <class Record>
 void decode(ASN1BERDecodeBuffer& buffer, const CACMPT_BLOB& encoded, Record& record) {
-    buffer.setBuffer(encoded.data, encoded.size);
-    if (Control(buffer, record).Decode() < 0) throwRuntime(buffer.getCtxtPtr());
+    if (!pkixcmp_detail::readDer(buffer, encoded, record)) throwRuntime(buffer.getCtxtPtr());
 }
 
 // The only message of a request; the texts name the type, as others of the family do.
@@ -284,9 +282,8 @@ void tbsCertificateParse(ASN1T_TBSCertificate& tbs, CertificateInfo* certificate
 
 ASN1T_Name* get_server_name(const CACMPT_BLOB& certificate, ASN1BERDecodeBuffer& buffer) {
     ASN1T_Certificate decoded;
-    decode<ASN1C_Certificate>(buffer, certificate, decoded);
-    auto* name = asn1New<ASN1T_Name>(buffer.getCtxtPtr());
-    if (name == nullptr) PKIXCMP_THROW(CAException, "out of memory");
+    decode(buffer, certificate, decoded);
+    auto* name = pkixcmp_detail::make<ASN1T_Name>(buffer.getCtxtPtr());
     *name = decoded.tbsCertificate.subject;
     return name;
 }
@@ -294,7 +291,7 @@ ASN1T_Name* get_server_name(const CACMPT_BLOB& certificate, ASN1BERDecodeBuffer&
 int PKIXCMP_Base::CertReqMessage_Decode(const CACMPT_BLOB& message, RequestInfo* request) {
     CACMPT_ASN1BERDecodeBuffer buffer;
     ASN1T_PKIMessage decoded;
-    decode<ASN1C_PKIMessage>(buffer, message, decoded);
+    decode(buffer, message, decoded);
     parseRequestBody(buffer.getCtxtPtr(), decoded, *request);
     // The whole message, also where the body holds a request of its own.
     request->RawRequest.assign(message);
@@ -305,7 +302,7 @@ int PKIXCMP_Base::CertReqMessage_Decode(const CACMPT_BLOB& message, RequestInfo*
 int PKIXCMP_Base::CertRepMessage_Decode(const CACMPT_BLOB& message, CertificateInfo* certificate) {
     CACMPT_ASN1BERDecodeBuffer buffer;
     ASN1T_PKIMessage decoded;
-    decode<ASN1C_PKIMessage>(buffer, message, decoded);
+    decode(buffer, message, decoded);
     const int t = decoded.body.t;
     if (t != ASN1T_PKIBody::T_ip && t != ASN1T_PKIBody::T_cp && t != ASN1T_PKIBody::T_kup &&
         t != ASN1T_PKIBody::T_ccp) {
@@ -323,10 +320,9 @@ int PKIXCMP_Base::CertRepMessage_Decode(const CACMPT_BLOB& message, CertificateI
         PKIXCMP_THROW(Asn1DecodeException, "Unknown ASN1T_CertOrEncCert format.");
     }
     ASN1BEREncodeBuffer encoded;
-    if (ASN1C_Certificate(encoded, *issued.u.certificate).Encode() <= 0) {
+    if (!pkixcmp_detail::writeDer(encoded, *issued.u.certificate, certificate->RawCertificate)) {
         throwRuntime(encoded.getCtxtPtr());
     }
-    certificate->RawCertificate.assign(encoded.getMsgPtr(), encoded.getMsgLen());
     parseCertificate(*issued.u.certificate, *certificate);
     return 0;
 }
@@ -334,7 +330,7 @@ int PKIXCMP_Base::CertRepMessage_Decode(const CACMPT_BLOB& message, CertificateI
 int PKIXCMP_Base::Cert_Decode(const CACMPT_BLOB& encoded, CertificateInfo* certificate) {
     CACMPT_ASN1BERDecodeBuffer buffer;
     ASN1T_Certificate decoded;
-    decode<ASN1C_Certificate>(buffer, encoded, decoded);
+    decode(buffer, encoded, decoded);
     certificate->RawCertificate.assign(encoded);
     parseCertificate(decoded, *certificate);
     return 0;
@@ -343,7 +339,7 @@ int PKIXCMP_Base::Cert_Decode(const CACMPT_BLOB& encoded, CertificateInfo* certi
 int PKIXCMP_Base::ErrorMsgInfo_Decode(const CACMPT_BLOB& message, ErrorMsgInfo* error) {
     CACMPT_ASN1BERDecodeBuffer buffer;
     ASN1T_PKIMessage decoded;
-    decode<ASN1C_PKIMessage>(buffer, message, decoded);
+    decode(buffer, message, decoded);
     if (decoded.body.t != ASN1T_PKIBody::T_error) {
         PKIXCMP_THROW(Asn1DecodeException, "ASN1C_PKIMessage decode failed");
     }
@@ -375,8 +371,8 @@ int PKIXCMP_Base::ErrorMsgInfo_EncodeAndSign(const ErrorMsgInfo* error, CACMPT_B
     message.body.u.error = &content;
     ASN1CMPMessage_Encode(*error, message, buffer, decodeBuffer);
     if (error->SenderGeneralName[0] == L'\0') {
-        message.header.sender.t = ASN1T_GeneralName::T_directoryName;
-        message.header.sender.u.directoryName = get_server_name(certificate, decodeBuffer);
+        pkixcmp_detail::setDirectoryName(message.header.sender,
+                                         *get_server_name(certificate, decodeBuffer));
     }
     if (error->RecipientGeneralName[0] == L'\0') {
         PKIXCMP_THROW(Asn1DecodeException, "RecipientGeneralName not specified");
