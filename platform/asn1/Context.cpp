@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t smallestBlock = 8 * 1024 - 64;
 constexpr std::size_t largestBlock = 1024 * 1024;
+constexpr std::size_t largestPiece = std::size_t{1} << 34;  // far above any value
 
 }  // namespace
 
@@ -42,7 +43,8 @@ void ASN1CTXT::reset() noexcept {
 void* ASN1CTXT::allocSlow(std::size_t size) noexcept {
     std::size_t need = (size + (size == 0) + 15) & ~std::size_t{15};
     std::size_t taken = used();
-    if (need < size || need > limit_ || taken > limit_ - need) return nullptr;
+    if (need < size || need > largestPiece) return nullptr;
+    if (need > limit_ || taken > limit_ - need) return nullptr;
 #ifdef PKIXCMP_ARENA_EXACT
     // Each piece is a block of its own, so that the sanitizer sees the end of it.
     std::size_t capacity = need;
@@ -50,7 +52,6 @@ void* ASN1CTXT::allocSlow(std::size_t size) noexcept {
     std::size_t grown = blocks_ ? std::min(blocks_->capacity * 2, largestBlock) : smallestBlock;
     std::size_t capacity = std::max(need, grown);
 #endif
-    if (capacity > static_cast<std::size_t>(-1) - sizeof(Block)) return nullptr;
     auto* block = static_cast<Block*>(std::malloc(sizeof(Block) + capacity));
     if (block == nullptr) return nullptr;
     block->previous = blocks_;

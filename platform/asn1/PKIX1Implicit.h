@@ -41,7 +41,7 @@ struct ASN1T_GeneralName {
         ASN1TString uniformResourceIdentifier;
         ASN1TDynOctStr iPAddress;
         ASN1TObjId registeredID;
-        constexpr U() : rfc822Name() {}
+        constexpr U() : otherName(nullptr) {}
     } u;
 };
 

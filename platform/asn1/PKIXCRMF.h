@@ -87,7 +87,7 @@ struct ASN1T_POPOPrivKey {
         ASN1TDynBitStr dhMAC;
         ASN1T_PKMACValue* agreeMAC;
         ASN1TDynOctStr encryptedKey;  // the whole encoding
-        constexpr U() : thisMessage() {}
+        constexpr U() : agreeMAC(nullptr) {}
     } u;
 };
 
@@ -151,7 +151,7 @@ struct ASN1T_EncryptedKey {
     union U {
         ASN1T_EncryptedValue* encryptedValue;
         ASN1TDynOctStr envelopedData;
-        constexpr U() : envelopedData() {}
+        constexpr U() : encryptedValue(nullptr) {}
     } u;
 };
 /// 1 encryptedPrivKey, 2 keyGenParameters, 3 archiveRemGenPrivKey.
@@ -161,7 +161,7 @@ struct ASN1T_PKIArchiveOptions {
         ASN1T_EncryptedKey* encryptedPrivKey;
         ASN1TDynOctStr keyGenParameters;
         ASN1TBool archiveRemGenPrivKey;
-        constexpr U() : keyGenParameters() {}
+        constexpr U() : encryptedPrivKey(nullptr) {}
     } u;
 };
 
