@@ -1,0 +1,414 @@
+#include <filesystem>
+
+#include "capilite/Oid.h"
+#include "pkixcmp/MessageDecoding.h"
+#include "tests/pkixcmp/Enrolment.h"
+
+namespace {
+
+using testing::StartsWith;
+
+constexpr const char* source = "pkixcmp/RI_DecodeAndVerify";
+
+CACMPT_BLOB readFile(const std::filesystem::path& path) {
+    CACMPT_BLOB content;
+    content.readFromFile(path.c_str());
+    return content;
+}
+
+class Decoding : public EnrolmentTest {
+protected:
+    /// A message from Alice to Trial Root with the body that `fill` makes.
+    CACMPT_BLOB message(int t, const std::function<void(ASN1T_PKIBody&, ASN1CTXT*)>& fill) {
+        ASN1BEREncodeBuffer buffer;
+        ASN1T_PKIMessage out;
+        str2general(L"dn:CN=Alice", out.header.sender, buffer);
+        str2general(L"dn:CN=Trial Root", out.header.recipient, buffer);
+        out.body.t = t;
+        fill(out.body, buffer.getCtxtPtr());
+        return asn1EncodeRecord(out);
+    }
+    template <class T>
+    static T& body(ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+        out.u.any = asn1New<T>(ctxt);
+        return *static_cast<T*>(out.u.any);
+    }
+    /// A general message of items with these identifiers and hexadecimal values.
+    CACMPT_BLOB genm(const std::vector<std::pair<const char*, std::string>>& items) {
+        return message(ASN1T_PKIBody::T_genm, [&](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            auto& list = body<ASN1T_GenMsgContent>(out, ctxt);
+            for (const auto& [oid, hex] : items) {
+                auto& item = *list.append(ctxt);
+                const ASN1OBJID id = str2oid(oid);
+                rtSetOID(ctxt, &item.infoType, &id);
+                CACMPT_BLOB value;
+                value.readFromHexString(hex.c_str());
+                item.m.infoValuePresent = value.size != 0;
+                item.infoValue =
+                    ASN1OpenType(value.size, rtCopyBytes(ctxt, value.data, value.size));
+            }
+        });
+    }
+    std::string decodeFailure(const CACMPT_BLOB& der) {
+        RequestInfo request;
+        return failure([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); });
+    }
+};
+
+std::string hex(const CACMPT_BLOB& blob) { return blob.writeToHexString(); }
+
+// SEQUENCE { CN=Old, CN=New, [0] { "was" } }
+const std::string changeName =
+    "3029300E310C300A06035504030C034F6C64300E310C300A06035504030C034E6577A00730050C03776173";
+const char* const idChangeName = "1.2.643.2.2.41.2";
+const char* const idResume = "1.2.643.2.2.41.3";
+const char* const idCurrentCrl = "1.3.6.1.5.5.7.4.6";
+
+TEST_F(Decoding, GeneralMessagesTakeTheTypeOfTheirLastKnownItem) {
+    // CertTemplate { [1] serialNumber 5 }, keyCompromise and certificateHold
+    const std::string details = "3009300381010503020142";
+    const struct {
+        std::vector<std::pair<const char*, std::string>> items;
+        std::int32_t type;
+        std::wstring subject;
+    } cases[] = {
+        {{}, REQUEST_TYPE_GEN_MSG_CONTENT, L""},
+        {{{"1.2.3", "0500"}, {"1.2.3", ""}}, REQUEST_TYPE_GEN_MSG_CONTENT, L""},
+        {{{idCurrentCrl, ""}}, REQUEST_TYPE_GET_CRL, L"CN=Alice"},
+        {{{idCurrentCrl, ""}, {idChangeName, changeName}, {"1.2.3", ""}},
+         REQUEST_TYPE_CHANGE_NAME,
+         L"CN=Old"},
+        {{{idChangeName, changeName}, {idCurrentCrl, ""}}, REQUEST_TYPE_GET_CRL, L"CN=Alice"},
+        {{{idResume, details}}, REQUEST_TYPE_RESUME_CERTIFICATE, L"CN=Alice"}};
+    for (const auto& c : cases) {
+        RequestInfo request;
+        const CACMPT_BLOB der = genm(c.items);
+        EXPECT_EQ(PKIXCMP_Base::CertReqMessage_Decode(der, &request), 0);
+        EXPECT_EQ(request.RequestType, c.type);
+        EXPECT_EQ(request.Subject.tostring(3), c.subject);
+        EXPECT_EQ(request.RawRequest, der);
+        EXPECT_EQ(request.GeneralInfo.size(), 0u);
+        EXPECT_STREQ(request.SenderGeneralName, L"CN=Alice");
+        EXPECT_EQ(request.SubmittedWhen, CACMPT_Date(0, 0));
+        if (c.type == REQUEST_TYPE_CHANGE_NAME) {
+            EXPECT_EQ(request.NewSubject.tostring(3), L"CN=New");
+            ASSERT_EQ(request.ChangeNameTextOld.size(), 1u);
+            EXPECT_EQ(request.ChangeNameTextOld.front().text, L"was");
+            EXPECT_TRUE(request.ChangeNameTextNew.empty());
+        }
+        if (c.type == REQUEST_TYPE_RESUME_CERTIFICATE) {
+            EXPECT_STREQ(request.SerialNumber, "0x05");
+            EXPECT_EQ(request.RevokedReason,
+                      ReasonFlags::keyCompromise | ReasonFlags::certificateHold);
+        }
+    }
+}
+
+TEST_F(Decoding, UnusableRequestsAreRefused) {
+    const auto empty = [](auto* type) {
+        return [type](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            body<std::remove_pointer_t<decltype(type)>>(out, ctxt);
+        };
+    };
+    const auto two = [](auto* type) {
+        return [type](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            auto& list = body<std::remove_pointer_t<decltype(type)>>(out, ctxt);
+            list.append(ctxt);
+            list.append(ctxt);
+        };
+    };
+    ASN1T_CertReqMessages* requests = nullptr;
+    ASN1T_RevReqContent* revocations = nullptr;
+    const struct {
+        CACMPT_BLOB der;
+        const char* failure;
+    } cases[] = {
+        {message(ASN1T_PKIBody::T_ir, empty(requests)), "decode: empty ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_kur, two(requests)), "decode: multiple ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_ccr, empty(requests)), "decode: empty ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_rr, empty(revocations)), "decode: empty ASN1T_RevReqContent"},
+        {message(ASN1T_PKIBody::T_rr, two(revocations)), "decode: multiple ASN1T_RevReqContent"},
+        {message(ASN1T_PKIBody::T_cr, empty(requests)),
+         "decode: unsupported ASN1C_PKIMessage message type"},
+        {message(ASN1T_PKIBody::T_pkiconf, [](ASN1T_PKIBody&, ASN1CTXT*) {}),
+         "decode: unsupported ASN1C_PKIMessage message type"},
+        {genm({{idResume, ""}}), "decode: empty ASN1T_InfoTypeAndValue"},
+        {genm({{idChangeName, ""}}), "decode: empty ASN1T_InfoTypeAndValue"},
+        {genm({{idResume, "30023000"}}), "ca: Missing serial number"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(decodeFailure(c.der), c.failure);
+    for (const char* bad : {"0500", "3000", "30023000"}) {
+        EXPECT_THAT(decodeFailure(genm({{idChangeName, bad}})), StartsWith("asn1: "));
+    }
+    const CACMPT_BLOB good = genm({{idChangeName, changeName}});
+    EXPECT_EQ(decodeFailure(good), "");
+    for (std::uint32_t length = 0; length < good.size; ++length) {
+        EXPECT_THAT(decodeFailure(CACMPT_BLOB(good.data, length)), StartsWith("asn1: ")) << length;
+    }
+    EXPECT_THAT(
+        decodeFailure(CACMPT_BLOB(std::string(good.view()).append("x").data(), good.size + 1)),
+        StartsWith("asn1: "));
+}
+
+TEST_F(Decoding, RevocationsLeaveWhatTheyLack) {
+    RequestInfo request;
+    request.RevokedReason = 99;
+    std::strcpy(request.SerialNumber, "kept");
+    ASN1T_RevDetails details;
+    CertReq_Parse(details, &request);
+    EXPECT_EQ(request.RevokedReason, 0u);
+    EXPECT_STREQ(request.SerialNumber, "kept");
+    const struct {
+        std::size_t digits;
+        const char* failure;
+    } cases[] = {{125, ""}, {126, "decode: SerialNumber too long"}};  // 127 and 128 characters
+    for (const auto& c : cases) {
+        const std::string serial = "0x" + std::string(c.digits, '1');
+        details.certDetails.m.serialNumberPresent = true;
+        details.certDetails.serialNumber = serial.c_str();
+        EXPECT_EQ(failure([&] { CertReq_Parse(details, &request); }), c.failure);
+    }
+}
+
+// What openssl asks for, with its own test server as the other side.
+TEST_F(Decoding, ReadsThePeersMessages) {
+    const std::string at = home.path();
+    const auto path = [&](const char* name) { return at + "/" + name; };
+    const std::string key = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes ";
+    openssl("req -x509 " + key + "-keyout " + path("ca.key") + " -out " + path("ca.pem") +
+            " -subj '/CN=Mock CA'");
+    openssl("req -new " + key + "-keyout " + path("ee.key") + " -out " + path("ee.csr") +
+            " -subj '/O=Peers/CN=Peer' -addext subjectAltName=DNS:a.example "
+            "-addext keyUsage=digitalSignature");
+    openssl("x509 -req -in " + path("ee.csr") + " -CA " + path("ca.pem") + " -CAkey " +
+            path("ca.key") + " -set_serial 0x8001 -out " + path("ee.pem"));
+    openssl("x509 -in " + path("ee.pem") + " -outform DER -out " + path("ee.cer"));
+    const struct {
+        const char* command;
+        std::int32_t type;
+        std::wstring subject;
+        std::size_t extensions;
+        bool certified;
+    } cases[] = {{"p10cr -csr CSR", REQUEST_TYPE_GET_CERTIFICATE, L"O=Peers, CN=Peer", 2, true},
+                 {"ir -newkey KEY -subject /CN=Peer -sans b.example", REQUEST_TYPE_INIT_CERTIFICATE,
+                  L"CN=Peer", 1, true},
+                 {"kur -newkey KEY", REQUEST_TYPE_UPDATE_KEY, L"O=Peers, CN=Peer", 0, true},
+                 {"rr -revreason 1", REQUEST_TYPE_REVOKE_CERTIFICATE, L"", 0, false},
+                 {"genm -infotype signKeyPairTypes", REQUEST_TYPE_GEN_MSG_CONTENT, L"", 0, false}};
+    for (const auto& c : cases) {
+        std::string command = c.command;
+        for (const auto& [word, name] : {std::pair("KEY", "ee.key"), std::pair("CSR", "ee.csr")}) {
+            const auto found = command.find(word);
+            if (found != command.npos) command.replace(found, 3, path(name));
+        }
+        openssl("cmp -config '' -cmd " + command + " -use_mock_srv -srv_cert " + path("ca.pem") +
+                " -srv_key " + path("ca.key") + " -srv_trusted " + path("ca.pem") + " -rsp_cert " +
+                path("ee.pem") + " -trusted " + path("ca.pem") + " -cert " + path("ee.pem") +
+                " -key " + path("ee.key") + " -oldcert " + path("ee.pem") +
+                " -recipient '/CN=Mock CA' -certout " + path("got.pem") + " -reqout " +
+                path("req.der") + " -rspout " + path("rsp.der"));
+        SCOPED_TRACE(c.command);
+        RequestInfo request;
+        PKIXCMP_Base::CertReqMessage_Decode(readFile(path("req.der")), &request);
+        EXPECT_EQ(request.RequestType, c.type);
+        EXPECT_EQ(request.Subject.tostring(3), c.subject);
+        EXPECT_EQ(request.Extensions.size(), c.extensions);
+        EXPECT_STREQ(request.SenderGeneralName, L"O=Peers, CN=Peer");
+        EXPECT_EQ(request.transactionID.size, 16u);
+        EXPECT_EQ(request.sender_nonce.size, 16u);
+        CertificateInfo reply;
+        if (!c.certified) {
+            EXPECT_EQ(
+                failure(
+                    [&] { PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply); },
+                    source),
+                "decode: ASN1C_PKIMessage decode failed");
+            continue;
+        }
+        EXPECT_STREQ(request.SubjectPublicKey.algorithm, "1.2.840.10045.2.1");
+        PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply);
+        EXPECT_EQ(reply.RawCertificate, readFile(path("ee.cer")));
+        EXPECT_STREQ(reply.SerialNumber, "0x08001");
+        EXPECT_EQ(reply.SubjectPublicKey.key, request.SubjectPublicKey.key);
+        std::filesystem::remove(path("req.der"));
+        std::filesystem::remove(path("rsp.der"));
+    }
+}
+
+TEST_F(Decoding, CertificatesShowWhatAPublicToolShows) {
+    const std::string at = home.path();
+    openssl("req -x509 -newkey rsa:2048 -nodes -keyout " + at +
+            "/k -subj '/C=RU/CN=X' -config " PKIXCMP_TEST_DATA
+            "/messages/extensions.cnf -extensions x -set_serial 0xFF02 -days 36500"
+            " -outform DER -out " +
+            at + "/x.cer");
+    const CACMPT_BLOB der = readFile(at + "/x.cer");
+    const auto shown = [&](const char* option) {
+        return openssl("x509 -inform DER -noout -in " + at + "/x.cer " + option);
+    };
+    CertificateInfo info;
+    PKIXCMP_Base::Cert_Decode(der, &info);
+    EXPECT_EQ(info.RawCertificate, der);
+    EXPECT_STREQ(info.SerialNumber, "0x0ff02");
+    EXPECT_EQ(info.Subject.tostring(3), L"C=RU, CN=X");
+    EXPECT_EQ(info.Issuer.tostring(3), L"C=RU, CN=X");
+    EXPECT_STREQ(info.CertificateSignatureAlgorithm, "1.2.840.113549.1.1.11");
+    EXPECT_EQ(info.CertificateSignature.size, 256u);
+    EXPECT_EQ(info.NotAfter - info.NotBefore, CACMPT_Period::OneDay * 36500);  // beyond 2050
+    EXPECT_EQ(info.NotBefore.year(), CACMPT_Date::Now().year());
+    EXPECT_STREQ(info.SubjectPublicKey.algorithm, "1.2.840.113549.1.1.1");
+    EXPECT_EQ(hex(info.SubjectPublicKey.parameters), "0500");
+    std::string keyId = shown("-ext subjectKeyIdentifier");
+    keyId = keyId.substr(keyId.find('\n') + 1);
+    std::erase_if(keyId, [](char c) { return c == ':' || c == ' ' || c == '\n'; });
+    EXPECT_EQ(hex(info.SubjectKeyIdentifier), keyId);
+    EXPECT_EQ(hex(info.AuthorityKeyIdentifier), "0102");
+    EXPECT_EQ(info.Extensions.size(), 18u);
+    CACMPT_ASN1BERDecodeBuffer buffer;
+    CACMPT_PARSED_RDN subject;
+    subject.assign(*get_server_name(der, buffer));
+    EXPECT_EQ(subject, info.Subject);
+    CACMPT_BLOB cut(der.data, der.size / 2);
+    EXPECT_THAT(failure([&] { get_server_name(cut, buffer); }, source), StartsWith("asn1: "));
+    EXPECT_THAT(failure([&] { PKIXCMP_Base::Cert_Decode(cut, &info); }, source),
+                StartsWith("asn1: "));
+}
+
+TEST_F(Decoding, RepliesOfOtherShapes) {
+    const auto reply = [&](int answers, int choice) {
+        return message(ASN1T_PKIBody::T_kup, [&](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            auto& list = body<ASN1T_CertRepMessage>(out, ctxt).response;
+            for (int i = 0; i < answers; ++i) {
+                auto& response = *list.append(ctxt);
+                response.certReqId = 7;
+                if (choice == 0) continue;
+                response.m.certifiedKeyPairPresent = true;
+                auto& issued = response.certifiedKeyPair.certOrEncCert;
+                issued.t = choice;
+                issued.u.encryptedCert = asn1New<ASN1T_EncryptedValue>(ctxt);
+            }
+        });
+    };
+    const struct {
+        int answers, choice, id;
+        const char* failure;
+    } cases[] = {{0, 0, -1, ""},
+                 {1, 0, 7, ""},
+                 {2, 0, -1, "decode: Too many answers."},
+                 {1, 2, 7, "decode: Unknown ASN1T_CertOrEncCert format."}};
+    for (const auto& c : cases) {
+        CertificateInfo info;
+        const CACMPT_BLOB der = reply(c.answers, c.choice);
+        EXPECT_EQ(failure([&] { PKIXCMP_Base::CertRepMessage_Decode(der, &info); }), c.failure);
+        EXPECT_EQ(info.RequestID, c.id);
+        EXPECT_TRUE(info.RawCertificate.empty());
+        EXPECT_STREQ(info.RecipientGeneralName, L"CN=Trial Root");
+    }
+}
+
+TEST_F(Decoding, ErrorsGoOutSignedAndComeBack) {
+    auto ca = makeCa();
+    const auto sent = [&](const ErrorMsgInfo& error) {
+        CACMPT_BLOB out;
+        PKIXCMP_Base::ErrorMsgInfo_EncodeAndSign(&error, out, ca->ProviderHandle, 2,
+                                                 ca->Certificate);
+        return out;
+    };
+    ErrorMsgInfo full;
+    std::wcscpy(full.RecipientGeneralName, L"dn:CN=Alice");
+    full.PKIStatus = PKI_STATUS_REJECTION;
+    full.FailureInfo = FailureInfo::systemFailure | FailureInfo::badPOP;
+    full.ErrorCode = -5;
+    full.ErrorText.emplace_back(L"no", Encoding::DEFAULT_WRITE);
+    full.ErrorDetails.emplace_back(L"why", Encoding::DEFAULT_READ);
+    ErrorMsgInfo read;
+    const CACMPT_BLOB der = sent(full);
+    PKIXCMP_Base::ErrorMsgInfo_Decode(der, &read);
+    EXPECT_STREQ(read.SenderGeneralName, L"CN=Trial Root, O=Trial");
+    EXPECT_STREQ(read.RecipientGeneralName, L"CN=Alice");
+    EXPECT_EQ(read.PKIStatus, PKI_STATUS_REJECTION);
+    EXPECT_EQ(read.FailureInfo, 0x2000200u);
+    EXPECT_EQ(read.ErrorCode, -5);
+    EXPECT_EQ(read.ErrorText.front().language.value, "ru-ru");
+    EXPECT_EQ(read.ErrorDetails.front().text, L"why");
+    Decoded<ASN1T_PKIMessage> decoded(der);
+    EXPECT_TRUE(decoded->m.protectionPresent);
+    EXPECT_EQ(decoded->body.u.error->pKIStatusInfo.failInfo.numbits, 15u);
+    EXPECT_TRUE(decoded->body.u.error->pKIStatusInfo.failInfo.test(14));
+
+    ErrorMsgInfo bare;
+    std::wcscpy(bare.RecipientGeneralName, L"dn:CN=Alice");
+    std::wcscpy(bare.SenderGeneralName, L"dn:CN=Someone");
+    Decoded<ASN1T_PKIMessage> small(sent(bare));
+    const ASN1T_ErrorMsgContent& content = *small->body.u.error;
+    EXPECT_FALSE(content.m.errorCodePresent || content.m.errorDetailsPresent ||
+                 content.pKIStatusInfo.m.failInfoPresent ||
+                 content.pKIStatusInfo.m.statusStringPresent);
+    bare.RecipientGeneralName[0] = L'\0';
+    EXPECT_EQ(failure([&] { sent(bare); }, source), "decode: RecipientGeneralName not specified");
+    EXPECT_EQ(failure([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(genm({}), &read); }, source),
+              "decode: ASN1C_PKIMessage decode failed");
+}
+
+// Objects of other implementations, where they are at hand: a decoder reads one or says why not.
+class DecodingSamples : public Decoding {
+protected:
+    /// The DER files of a folder of samples.
+    static std::vector<std::filesystem::path> files(const char* folder) {
+        std::vector<std::filesystem::path> found;
+        std::error_code absent;
+        const std::filesystem::path samples = PKIXCMP_SOURCE_DIR "/../shared/samples";
+        for (const auto& entry : std::filesystem::directory_iterator(samples / folder, absent)) {
+            found.push_back(entry.path());
+        }
+        return found;
+    }
+};
+
+TEST_F(DecodingSamples, MessagesAndCertificatesAreOfOneKind) {
+    for (const char* folder : {"cmp", "certs"}) {
+        const auto paths = files(folder);
+        std::size_t read = 0;
+        for (const auto& path : paths) {
+            const CACMPT_BLOB der = readFile(path);
+            RequestInfo request;
+            CertificateInfo reply, certificate;
+            ErrorMsgInfo error;
+            const auto reads = [](const auto& decode) { return failure(decode).empty() ? 1u : 0u; };
+            const unsigned int kinds =
+                reads([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); }) +
+                reads([&] { PKIXCMP_Base::CertRepMessage_Decode(der, &reply); }) +
+                reads([&] { PKIXCMP_Base::Cert_Decode(der, &certificate); }) +
+                reads([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(der, &error); });
+            EXPECT_LE(kinds, 1u) << path;
+            read += kinds;
+            if (reply.RawCertificate.size == 0) continue;
+            CertificateInfo again;
+            PKIXCMP_Base::Cert_Decode(reply.RawCertificate, &again);
+            EXPECT_STREQ(again.SerialNumber, reply.SerialNumber) << path;
+        }
+        EXPECT_GE(2 * read, paths.size()) << folder;
+    }
+}
+
+TEST_F(DecodingSamples, Pkcs10RequestsComeInMessages) {
+    for (const auto& path : files("csr")) {
+        const CACMPT_BLOB der = readFile(path);
+        CACMPT_ASN1BERDecodeBuffer buffer;
+        ASN1T_CertificationRequest request;
+        if (!failure([&] { asn1DecodeRecord(buffer, der, request); }).empty()) continue;
+        const CACMPT_BLOB sent = message(
+            ASN1T_PKIBody::T_p10cr, [&](ASN1T_PKIBody& out, ASN1CTXT*) { out.u.p10cr = &request; });
+        RequestInfo info;
+        const std::string said = failure([&] { PKIXCMP_Base::CertReqMessage_Decode(sent, &info); });
+        if (said.empty()) {
+            EXPECT_EQ(info.RawRequest, sent) << path;
+            EXPECT_EQ(info.RequestSignature.size, request.signature.numocts()) << path;
+            EXPECT_EQ(info.Subject, asn1EncodeRecord(request.certificationRequestInfo.subject));
+        } else {
+            EXPECT_THAT(said, StartsWith("asn1: ")) << path;
+        }
+    }
+}
+
+}  // namespace
