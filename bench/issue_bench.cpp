@@ -54,18 +54,10 @@ public:
             "\\local\\ca", L"CN=Trial Root, O=Trial", {}, L"Trial", false, nullptr, PROV_ECDSA_P256,
             "\\\\.\\VAULT\\ca", CACMPT_Period::OneYear, CACMPT_Date(0, 0), nullptr,
             CACMPT_Period::OneDay, &wnd));
-        const std::unique_ptr<PKIXCMP_Client> client(PKIXCMP_Client::GenerateKeyPair(
-            wnd, nullptr, nullptr, PROV_ECDSA_P256, "\\\\.\\VAULT\\alice", AT_SIGNATURE, false));
-        RequestInfo request;
-        request.RequestType = REQUEST_TYPE_INIT_CERTIFICATE;
-        request.Subject.assign(L"CN=Alice, O=Trial");
-        std::wcscpy(request.RecipientGeneralName, L"dn:CN=Trial Root, O=Trial");
-        request.Extensions.Insert(
-            CACMPT_Extension("2.5.29.15", "<KeyUsage><digitalSignature/></KeyUsage>", true));
-        request.Extensions.Insert(CACMPT_Extension(
-            "2.5.29.17", "<SubjectAltName><dNSName>alice.example</dNSName></SubjectAltName>",
-            false));
-        client->CertReqMessage_EncodeAndSign(&request, ir);
+        for (int i = 0; i < requests; ++i) {
+            const std::string container = "\\\\.\\VAULT\\alice" + std::to_string(i);
+            irs_.push_back(makeIr(wnd, container.c_str()));
+        }
     }
     ~Setting() {
         ca.reset();
@@ -74,6 +66,7 @@ public:
     }
 
     void issue() {
+        const CACMPT_BLOB& ir = irs_[next_++ % irs_.size()];
         CACMPT_ASN1BERDecodeBuffer buffer;
         ASN1T_PKIMessage message;
         asn1DecodeRecord(buffer, ir, message);
@@ -88,12 +81,33 @@ public:
     }
 
     std::unique_ptr<PKIXCMP_Server> ca;
-    CACMPT_BLOB ir;
     CACMPT_BLOB reply;
     char certnum[128] = "";
 
 private:
+    /// As many keys as make it unlikely that one is still known from the request before.
+    static constexpr int requests = 64;
+
+    static CACMPT_BLOB makeIr(WndProv& wnd, const char* container) {
+        const std::unique_ptr<PKIXCMP_Client> client(PKIXCMP_Client::GenerateKeyPair(
+            wnd, nullptr, nullptr, PROV_ECDSA_P256, container, AT_SIGNATURE, false));
+        RequestInfo request;
+        request.RequestType = REQUEST_TYPE_INIT_CERTIFICATE;
+        request.Subject.assign(L"CN=Alice, O=Trial");
+        std::wcscpy(request.RecipientGeneralName, L"dn:CN=Trial Root, O=Trial");
+        request.Extensions.Insert(
+            CACMPT_Extension("2.5.29.15", "<KeyUsage><digitalSignature/></KeyUsage>", true));
+        request.Extensions.Insert(CACMPT_Extension(
+            "2.5.29.17", "<SubjectAltName><dNSName>alice.example</dNSName></SubjectAltName>",
+            false));
+        CACMPT_BLOB ir;
+        client->CertReqMessage_EncodeAndSign(&request, ir);
+        return ir;
+    }
+
     std::filesystem::path home_;
+    std::vector<CACMPT_BLOB> irs_;
+    std::size_t next_ = 0;
 };
 
 /// The same signatures made and checked with nothing around them.
