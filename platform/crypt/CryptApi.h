@@ -70,7 +70,9 @@ inline constexpr DWORD PP_FQCN = 111;              // with flag 0x10
 inline constexpr DWORD PP_ENUMREADERS = 114;       // two zero-terminated strings an entry
 inline constexpr DWORD PP_SET_PART = 117;          // hand one part identifier to a container
 inline constexpr DWORD PP_AUTH_INFO = 120;         // PIN information
-inline constexpr DWORD PP_ENUMCONTAINERS = 2;      // full names of the containers of a type
+// Full names of the containers of a type. The last error is 0 with each name, or
+// NTE_KEYSET_ENTRY_BAD with that of a container that is damaged: it can be removed but not opened.
+inline constexpr DWORD PP_ENUMCONTAINERS = 2;
 inline constexpr DWORD CRYPT_FIRST = 1;
 inline constexpr DWORD CRYPT_NEXT = 0;
 // Key parameters.
@@ -242,9 +244,12 @@ inline constexpr std::size_t X509_ENUMERATED = 29;
 // ---- Providers and containers (platform/crypt/Provider) ----
 
 /// Opens a provider, and a container in it unless CRYPT_VERIFYCONTEXT is given. A container name is
-/// "\\.\READER\NAME", or NAME alone for the default reader; null with CRYPT_VERIFYCONTEXT. A null
-/// provider name is the default one of the type; type 0 is the type of the named provider. With
-/// CRYPT_DELETEKEYSET the container is removed and `*provider` is 0.
+/// "\\.\READER\NAME"; null with CRYPT_VERIFYCONTEXT. NAME alone, or with an empty reader, means the
+/// reader VAULT for a new container and the first reader that has it for an old one. Types without
+/// readers ignore the reader. A null provider name is the default one of the type; type 0 is the type
+/// of the named provider. With CRYPT_DELETEKEYSET the container is removed and `*provider` is 0.
+/// Success sets the last error to 0. A container that has a PIN stays locked until PP_SET_AUTH or the
+/// PIN callback gives it.
 PKIXCMP_API BOOL CryptAcquireContextA(HCRYPTPROV* provider, const char* container,
                                       const char* providerName, DWORD type, DWORD flags);
 PKIXCMP_API BOOL CryptReleaseContext(HCRYPTPROV provider, DWORD flags);
@@ -262,6 +267,8 @@ PKIXCMP_API BOOL CryptGenRandom(HCRYPTPROV provider, DWORD length, BYTE* buffer)
 // ---- Keys, hashes, signatures ----
 
 PKIXCMP_API BOOL CryptGenKey(HCRYPTPROV provider, DWORD keySpec, DWORD flags, HCRYPTKEY* key);
+/// Needs the container open, as signing does: where it takes a PIN and none was given, the PIN
+/// callback is asked, once, unless the context is silent.
 PKIXCMP_API BOOL CryptGetUserKey(HCRYPTPROV provider, DWORD keySpec, HCRYPTKEY* key);
 PKIXCMP_API BOOL CryptDestroyKey(HCRYPTKEY key);
 /// KP_CERTIFICATE takes a DER certificate, which carries its own length, and stores it beside the

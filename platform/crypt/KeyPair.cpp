@@ -102,19 +102,28 @@ EVP_PKEY* curveTemplate(const KeyShape& shape) {
     return key;
 }
 
-PkeyPtr importPoint(const Algorithm& algorithm, const KeyParts& parts) {
+const KeyShape& curveOf(const Algorithm& algorithm, const KeyParts& parts) {
     const KeyShape* shape = findShape(algorithm, parts.parameters);
     require(shape != nullptr, NTE_BAD_ALGID);
+    return *shape;
+}
+
+/// Puts a point into a key of its curve; libcrypto checks that it lies on the curve.
+void setPoint(EVP_PKEY* key, const KeyShape& shape, Bytes point) {
     // Compressed and uncompressed points only: neither the hybrid form nor the point at infinity.
-    const std::size_t width = (shape->bits + 7) / 8;
-    const BYTE form = parts.key.empty() ? BYTE{0} : parts.key[0];
-    const bool uncompressed = form == 4 && parts.key.size() == 1 + 2 * width;
-    const bool compressed = (form == 2 || form == 3) && parts.key.size() == 1 + width;
+    const std::size_t width = (shape.bits + 7) / 8;
+    const BYTE form = point.empty() ? BYTE{0} : point[0];
+    const bool uncompressed = form == 4 && point.size() == 1 + 2 * width;
+    const bool compressed = (form == 2 || form == 3) && point.size() == 1 + width;
     require(uncompressed || compressed, NTE_BAD_KEY);
-    PkeyPtr key(EVP_PKEY_dup(curveTemplate(*shape)));
+    require(EVP_PKEY_set1_encoded_public_key(key, point.data(), point.size()) == 1, NTE_BAD_KEY);
+}
+
+PkeyPtr importPoint(const Algorithm& algorithm, const KeyParts& parts) {
+    const KeyShape& shape = curveOf(algorithm, parts);
+    PkeyPtr key(EVP_PKEY_dup(curveTemplate(shape)));
     require(key != nullptr, NTE_NO_MEMORY);
-    require(EVP_PKEY_set1_encoded_public_key(key.get(), parts.key.data(), parts.key.size()) == 1,
-            NTE_BAD_KEY);
+    setPoint(key.get(), shape, parts.key);
     return key;
 }
 
@@ -122,14 +131,14 @@ PkeyPtr importPoint(const Algorithm& algorithm, const KeyParts& parts) {
 /// few.
 class ImportCache {
 public:
-    std::shared_ptr<const PublicKey>& entry(const KeyParts& parts) {
+    std::shared_ptr<PublicKey>& entry(const KeyParts& parts) {
         const std::string_view bytes(reinterpret_cast<const char*>(parts.key.data()),
                                      parts.key.size());
         return entries_[std::hash<std::string_view>()(bytes) % entries_.size()];
     }
 
 private:
-    std::array<std::shared_ptr<const PublicKey>, 32> entries_;
+    std::array<std::shared_ptr<PublicKey>, 32> entries_;
 };
 
 }  // namespace
@@ -143,8 +152,11 @@ PkeyContextPtr SignatureContexts::make(const Algorithm& hash) const {
     require(context != nullptr, NTE_NO_MEMORY);
     const int begun =
         use_ == Use::sign ? EVP_PKEY_sign_init(context.get()) : EVP_PKEY_verify_init(context.get());
-    require(begun == 1 && EVP_PKEY_CTX_set_signature_md(context.get(), digestOf(hash)) == 1,
-            NTE_BAD_ALGID);
+    require(begun == 1, NTE_BAD_ALGID);
+    // An RSA signature names its hash; one on a curve does not, and setting it takes a fetch.
+    if (EVP_PKEY_is_a(key_, "RSA") == 1) {
+        require(EVP_PKEY_CTX_set_signature_md(context.get(), digestOf(hash)) == 1, NTE_BAD_ALGID);
+    }
     return context;
 }
 
@@ -174,14 +186,33 @@ bool PublicKey::consistsOf(const Algorithm& algorithm, const KeyParts& parts) co
            std::ranges::equal(parameters_, parts.parameters);
 }
 
+bool PublicKey::hasCurveOf(const Algorithm& algorithm, const KeyParts& parts) const {
+    return algorithm.id == CALG_ECDSA && &algorithm == &algorithm_ &&
+           std::ranges::equal(parameters_, parts.parameters);
+}
+
+void PublicKey::replacePoint(const KeyParts& parts) {
+    setPoint(key_.get(), curveOf(algorithm_, parts), parts.key);
+    bits_.assign(parts.key.begin(), parts.key.end());
+}
+
 std::shared_ptr<const PublicKey> PublicKey::import(const KeyParts& parts) {
     const Algorithm* algorithm = findAlgorithm(Group::key, parts.oid);
     require(algorithm != nullptr, NTE_BAD_ALGID);
     thread_local ImportCache cache;
-    std::shared_ptr<const PublicKey>& entry = cache.entry(parts);
+    std::shared_ptr<PublicKey>& entry = cache.entry(parts);
     if (entry != nullptr && entry->consistsOf(*algorithm, parts)) return entry;
-    PkeyPtr key = algorithm->id == CALG_ECDSA ? importPoint(*algorithm, parts) : importRsa(parts);
-    entry = std::make_shared<const PublicKey>(*algorithm, parts, std::move(key));
+    std::shared_ptr<PublicKey> old = std::move(entry);
+    if (old != nullptr && old.use_count() == 1 && old->hasCurveOf(*algorithm, parts)) {
+        // Whoever had the key before, maybe in another thread, is done with it.
+        std::atomic_thread_fence(std::memory_order_acquire);
+        old->replacePoint(parts);
+        entry = std::move(old);
+    } else {
+        const bool curve = algorithm->id == CALG_ECDSA;
+        PkeyPtr key = curve ? importPoint(*algorithm, parts) : importRsa(parts);
+        entry = std::make_shared<PublicKey>(*algorithm, parts, std::move(key));
+    }
     return entry;
 }
 

@@ -11,8 +11,8 @@
 #include "platform/crypt/Der.h"
 #include "platform/crypt/Libcrypto.h"
 
-// Public and private keys. Both never change once made, so they may be used from several threads at
-// once. Key bytes are picked apart here and checked before libcrypto sees them.
+// Public and private keys. Neither changes once it was given out, so both may be used from several
+// threads at once. Key bytes are picked apart here and checked before libcrypto sees them.
 
 namespace provider {
 
@@ -72,6 +72,10 @@ public:
 
 private:
     bool consistsOf(const Algorithm& algorithm, const KeyParts& parts) const;
+    bool hasCurveOf(const Algorithm& algorithm, const KeyParts& parts) const;
+    /// Makes this another key of its curve, for much less than a new one costs: its contexts stay.
+    /// Only while nobody else has it; after a failure it is no key any more.
+    void replacePoint(const KeyParts& parts);
 
     const Algorithm& algorithm_;
     std::vector<BYTE> parameters_;

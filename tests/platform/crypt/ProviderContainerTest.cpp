@@ -1,8 +1,11 @@
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "ProviderFixture.h"
+#include "platform/support/Support.h"
 
 // Containers: their names, their life, what lies on the disk, certificates, enumerations.
 
@@ -322,6 +325,46 @@ TEST_F(ProviderContainer, Enumerates) {
     EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
     EXPECT_THAT(algorithms, ElementsAre(CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512,
                                         CALG_ECDSA, CALG_ECDH));
+}
+
+TEST_F(ProviderContainer, SettingsMoveReadersAndChooseKeys) {
+    const auto put = [](const std::string& path, const std::string& text) {
+        ASSERT_EQ(support_registry_put_string(path.c_str(), text.c_str()), SUPPORT_OK) << path;
+    };
+    put("\\config\\Readers\\CARD", file("card").string());
+    put("\\config\\Readers\\SAFE", "vault:" + file("safe").string());
+    put("\\config\\Readers\\DISK", file("disk").string());
+    const Context verifier(nullptr, PROV_ECDSA_P256, CRYPT_VERIFYCONTEXT);
+    EXPECT_THAT(entries(verifier, PP_ENUMREADERS, 1), ElementsAre("CARD", "DISK", "SAFE", "VAULT"));
+    const std::pair<const char*, int> places[] = {{"card", 0}, {"safe", 6}, {"disk", 0}};
+    for (const auto& [reader, kind] : places) {
+        std::string name = "\\\\.\\" + std::string(reader) + "\\n";
+        std::ranges::transform(name, name.begin(), [](char c) { return std::toupper(c); });
+        const Context made(name.c_str(), PROV_ECDSA_P256, CRYPT_NEWKEYSET);
+        PinInfoHead head{};
+        DWORD length = sizeof head;
+        EXPECT_TRUE(
+            CryptGetProvParam(made, PP_AUTH_INFO, reinterpret_cast<BYTE*>(&head), &length, 0));
+        EXPECT_EQ(head.kind, kind);
+        EXPECT_TRUE(std::filesystem::exists(file(reader) / "N" / "header"));
+    }
+
+    const std::pair<const char*, DWORD> algorithms[] = {
+        {"EC:P-384", 384}, {"RSA:2048", 2048}, {"EC:P-999", 0}, {"", 0}};
+    for (const auto& [algorithm, bits] : algorithms) {
+        put("\\config\\Providers\\16\\Algorithm", algorithm);
+        const Context made("key", PROV_ECDSA_PLAIN, CRYPT_NEWKEYSET);
+        HCRYPTKEY key = 0;
+        EXPECT_EQ(codeOf(CryptGenKey(made, AT_SIGNATURE, 0, &key)),
+                  bits == 0 ? NTE_BAD_ALGID : ERROR_SUCCESS)
+            << algorithm;
+        DWORD size = 0;
+        DWORD length = sizeof size;
+        CryptGetKeyParam(key, KP_KEYLEN, reinterpret_cast<BYTE*>(&size), &length, 0);
+        EXPECT_EQ(size, bits);
+        CryptDestroyKey(key);
+        EXPECT_EQ(acquire("key", CRYPT_DELETEKEYSET, PROV_ECDSA_PLAIN), ERROR_SUCCESS);
+    }
 }
 
 TEST_F(ProviderContainer, ProvidersAreEnumerated) {

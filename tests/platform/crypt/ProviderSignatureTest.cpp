@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "ProviderFixture.h"
+#include "platform/crypt/KeyPair.h"
 
 // Algorithms, public keys and signatures, judged against the openssl command line.
 
@@ -270,6 +271,36 @@ TEST_F(ProviderSignature, CompressedPointIsTheSameKey) {
     ASSERT_NE(key, 0U) << std::hex << GetLastError();
     EXPECT_TRUE(verify(any, key, text, readFile(file("sig")), CALG_SHA_384));
     CryptDestroyKey(key);
+}
+
+// More keys than are kept ready, some of them held: none may turn into another.
+TEST_F(ProviderSignature, ManyKeysTakeTurns) {
+    const auto& shape = *provider::findShape("EC:P-256");
+    const auto& hash = *provider::findAlgorithm(CALG_SHA_256);
+    const HCRYPTHASH digest = hashOf(any, CALG_SHA_256, text);
+    Bytes value(32);
+    DWORD length = 32;
+    ASSERT_TRUE(CryptGetHashParam(digest, HP_HASHVAL, value.data(), &length, 0));
+    CryptDestroyHash(digest);
+    std::vector<std::pair<HCRYPTKEY, Bytes>> held;
+    Bytes previous(70, 1);
+    for (int i = 0; i < 120; ++i) {
+        const auto made = provider::PrivateKey::generate(shape);
+        const Bytes signature = made->sign(hash, value);
+        const HCRYPTKEY key = import(any, keyFromSpki(made->publicKeyInfo()));
+        EXPECT_TRUE(verify(any, key, text, signature));
+        EXPECT_FALSE(verify(any, key, text, previous));
+        previous = signature;
+        if (i % 4 == 0) {
+            held.emplace_back(key, signature);
+        } else {
+            CryptDestroyKey(key);
+        }
+    }
+    for (const auto& [key, signature] : held) {
+        EXPECT_TRUE(verify(any, key, text, signature));
+        CryptDestroyKey(key);
+    }
 }
 
 TEST_F(ProviderSignature, SignKeepsToBufferAndAlgorithm) {
