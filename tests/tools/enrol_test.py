@@ -1,0 +1,138 @@
+"""One enrolment from an empty machine to an installed certificate, judged by OpenSSL."""
+
+import json
+import unittest
+
+from program import CA, ROOT, ProgramTest, openssl
+
+SANS = ["--san", "dns:alice.example", "--san", "email:alice@example.org", "--san",
+        "uri:http://alice.example/~alice?x=1&y=2", "--san", "ip:192.0.2.7", "--san",
+        "ip:2001:db8::7"]
+
+
+class Enrol(ProgramTest):
+    def test_end_to_end_and_again(self):
+        self.home.root()
+        root = self.home.x509("root.pem")
+        self.assertIn("CA:TRUE", root)
+        self.assertIn("Certificate Sign, CRL Sign", root)
+        with self.served("--approve", "all") as ca:
+            for name in ("one", "two"):
+                done = ca.enrol(*SANS, "--key-usage", "digitalSignature,keyAgreement", "--trust",
+                                self.home.path("root.pem"), "--config", r"\local\alice",
+                                "--certout", self.home.path(name + ".pem"))
+                self.assertEqual(done.error, "")
+                self.check(name + ".pem")
+            self.assertNotEqual(self.home.serial("one.pem"), self.home.serial("two.pem"))
+            self.check_installed("two.pem")
+        self.assertEqual(sum("result=issued" in line for line in ca.lines()), 2)
+
+    def check(self, name):
+        self.home.verify(name)
+        text = self.home.x509(name)
+        for words in ("Subject: CN=Alice", "Issuer: CN=Test Root, O=Test",
+                      "DNS:alice.example, email:alice@example.org, "
+                      "URI:http://alice.example/~alice?x=1&y=2, IP Address:192.0.2.7, "
+                      "IP Address:2001:DB8:0:0:0:0:0:7",
+                      "Digital Signature, Key Agreement", "X509v3 Subject Key Identifier",
+                      "X509v3 Authority Key Identifier"):
+            self.assertIn(words, text)
+
+    def check_installed(self, name):
+        """The certificate stands in My beside its key, and under the configuration path."""
+        der = openssl("x509", "-in", self.home.path(name), "-outform", "DER",
+                      "-out", self.home.path("der"))
+        self.assertEqual(der.returncode, 0)
+        value = self.home.run("config", "get", r"\local\alice\cert").text.strip()
+        self.assertEqual(bytes.fromhex(value), self.home.read("der"))
+        my = self.home.json("store", "ls", "My")
+        serial = self.home.serial(name).split("=")[1].lower().lstrip("0")
+        entry = [e for e in my if e["serial"].lower()[2:].lstrip("0") == serial]
+        self.assertEqual(len(entry), 1)
+        containers = {c["container"]: c for c in self.home.json("container", "ls")}
+        self.assertTrue(containers[entry[0]["container"]]["certificate"])
+        self.assertEqual(self.home.json("store", "ls", "Request"), [])
+
+    def test_kinds_of_keys(self):
+        self.home.root()
+        kinds = {"75": "prime256v1", "80": "(3072 bit)", "81": "secp384r1", "1": "rsaEncryption",
+                 "16": "prime256v1"}
+        with self.served("--approve", "all") as ca:
+            for kind, words in kinds.items():
+                with self.subTest(kind=kind):
+                    ca.enrol("--provider-type", kind, "--trust", self.home.path("root.pem"),
+                             "--certout", self.home.path("k.pem"))
+                    self.home.verify("k.pem")
+                    self.assertIn(words, self.home.x509("k.pem"))
+
+    def test_without_trust_it_warns(self):
+        self.home.root()
+        with self.served("--approve", "all") as ca:
+            done = ca.enrol("--json")
+            self.assertIn("warning", done.error)
+            self.assertEqual(done.error.count("\n"), 1)
+            self.assertFalse(json.loads(done.text)["checked"])
+
+    def test_wrong_trust_installs_nothing(self):
+        self.home.root()
+        openssl("req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                "-keyout", self.home.path("f.key"), "-subj", "/O=Test/CN=Test Root", "-out",
+                self.home.path("foreign.pem"))
+        with self.served("--approve", "all") as ca:
+            done = ca.enrol("--trust", self.home.path("foreign.pem"), code=1)
+            self.assertOneLine(done, "not signed")
+            self.assert_nothing_left()
+
+    def assert_nothing_left(self):
+        """A failed enrolment leaves neither key nor template nor certificate."""
+        self.assertEqual(self.home.json("store", "ls", "Request"), [])
+        mine = self.home.json("store", "ls", "My")
+        self.assertEqual([e["subject"] for e in mine], [ROOT])
+        self.assertEqual(len(self.home.json("container", "ls")), 1)
+
+    def test_refused_and_unreachable(self):
+        self.home.root()
+        with self.served() as ca:
+            done = ca.enrol(code=1)
+            self.assertOneLine(done, "rejection", "badRequest", "approves no request")
+            self.assert_nothing_left()
+            url = ca.url
+            self.assertIn("result=rejected", ca.lines()[-1])
+        done = self.home.run("enrol", "--server", url, "--recipient", ROOT, "--subject", "CN=A",
+                             code=1)
+        self.assertOneLine(done, url, "is the CA running")
+        self.assert_nothing_left()
+
+    def test_root_is_not_overwritten(self):
+        self.home.root()
+        before = self.home.read("root.pem")
+        done = self.home.run("root", "new", "--ca", CA, "--subject", "CN=Other", code=1)
+        self.assertOneLine(done, "--replace")
+        self.home.root("--replace")
+        self.assertNotEqual(self.home.read("root.pem"), before)
+
+    def test_root_options(self):
+        self.home.root("--valid", "52w", "--not-before", "2026-01-02T03:04:05Z", "--cdp",
+                       "http://ca.example/root.crl", "--name", "Корень")
+        text = self.home.x509("root.pem")
+        self.assertIn("Not Before: Jan  2 03:04:05 2026 GMT", text)
+        self.assertIn("Not After : Jan  1 03:04:05 2027 GMT", text)
+        self.assertIn("URI:http://ca.example/root.crl", text)
+        self.assertEqual(self.home.json("config", "get", CA + r"\caname")["value"], "Корень")
+        self.home.p10(self.home.ec_request())
+        self.home.issue()
+        self.assertIn("URI:http://ca.example/root.crl", self.home.x509("issued.pem"))
+
+    def test_days_end_with_the_ca(self):
+        self.home.root("--valid", "30d")
+        end = openssl("x509", "-in", self.home.path("root.pem"), "-noout", "-enddate").stdout
+        self.home.p10(self.home.ec_request())
+        for days, same in (("10", False), ("90", True)):
+            self.home.issue(more=("--days", days))
+            self.home.verify("issued.pem")
+            issued = openssl("x509", "-in", self.home.path("issued.pem"), "-noout", "-enddate")
+            self.assertEqual(issued.stdout == end, same, days)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,100 @@
+"""Exit codes, one-line failures, --json and --help over all commands."""
+
+import json
+import os
+import subprocess
+import unittest
+
+from program import CA, PROGRAM, ProgramTest
+
+COMMANDS = [["root", "new"], ["serve"], ["enrol"], ["p10"], ["issue"], ["reject"], ["show"],
+            ["config", "get"], ["config", "set"], ["config", "ls"], ["config", "rm"],
+            ["store", "ls"], ["store", "add"], ["store", "rm"], ["container", "ls"],
+            ["container", "rm"], ["container", "passwd"]]
+ROOT_NEW = ["root", "new", "--ca", CA, "--subject", "CN=A"]
+ENROL = ["enrol", "--server", "http://127.0.0.1:1/", "--recipient", "CN=R", "--subject", "CN=A"]
+
+
+class Usage(ProgramTest):
+    def test_help_of_every_command(self):
+        for command in [[], *COMMANDS]:
+            done = self.home.run(*command, "--help")
+            self.assertEqual(done.error, "")
+            self.assertIn("Examples:" if command else "Exit codes", done.text, command)
+
+    def test_version(self):
+        for args in (["--version"], ["-V"], ["--json", "--version"]):
+            self.assertRegex(self.home.run(*args).text, r"^pkixcmp \d+\.\d+\.\d+\n$")
+        self.assertFalse(os.path.exists(self.home.path("home")), "asking made state")
+
+    def test_usage_errors(self):
+        cases = [
+            [], ["nonsense"], ["root"], ["root", "new"], ["--nonsense"], ["show"],
+            [*ROOT_NEW, "--valid", "10"], [*ROOT_NEW, "--valid", "d"], [*ROOT_NEW, "--valid", "0d"],
+            [*ROOT_NEW, "--valid", "99999999999y"], [*ROOT_NEW, "--valid", "100y"],
+            [*ROOT_NEW, "--not-before", "tomorrow"],
+            [*ROOT_NEW, "--not-before", "2026-02-30T00:00:00Z"],
+            [*ROOT_NEW, "--crl-period", "-1d"],
+            [*ROOT_NEW, "--reader", "VAULT", "--pin", "pass:1234"],
+            [*ROOT_NEW, "--container", r"\\.\DISK\a", "--reader", "VAULT"],
+            ["root", "new", "--ca", CA, "--subject", "Alice"],
+            ["root", "new", "--ca", CA, "--subject", ""],
+            ["root", "new", "--ca", CA, "--subject", "CN=A, O"],
+            [*ENROL, "--san", "alice.example"], [*ENROL, "--san", "dns:"],
+            [*ENROL, "--san", "dns:пример.рф"], [*ENROL, "--san", "ip:1.2.3"],
+            [*ENROL, "--key-usage", "everything"], [*ENROL, "--provider-type", "1", "--reader", "X"],
+            ["serve", "--ca", CA, "--listen", "8829"], ["serve", "--ca", CA, "--approve", "some"],
+            ["serve", "--ca", CA, "--threads", "0"], ["serve", "--ca", CA, "--max-body", "0"],
+            ["show", "--format", "yaml", "x"], ["issue", "--ca", CA, "--days", "-1"],
+        ]
+        for args in cases:
+            with self.subTest(args=args):
+                done = self.home.run(*args, code=2)
+                self.assertOneLine(done)
+                self.assertEqual(done.text, "")
+        self.assertEqual(self.home.json("container", "ls"), [], "a bad call made a key")
+
+    def test_failures(self):
+        missing = self.home.path("missing")
+        cases = [
+            ["show", missing], ["show", self.home.folder], ["store", "add", "CA", missing],
+            ["issue", "--ca", CA, "--reqin", missing, "--rspout", "x"],
+            ["p10", "--csr", missing, "--recipient", "CN=A", "--reqout", "x"],
+            [*ENROL, "--trust", missing], ENROL, [*ENROL[:2], "no url", *ENROL[3:]],
+            [*ROOT_NEW, "--reader", "NONE", "--pin", "pass:1234"],
+            [*ROOT_NEW, "--container", "a/b"], [*ROOT_NEW, "--provider-type", "33"],
+            ["config", "get", r"\local\nothing\here"],
+        ]
+        for args in cases:
+            with self.subTest(args=args):
+                self.assertOneLine(self.home.run(*args, code=1))
+
+    def test_failures_as_json(self):
+        for args, code in (([*ENROL], 1), (["show"], 2), (["config", "get", r"\a\b"], 1)):
+            done = self.home.run(*args, "--json", code=code)
+            told = json.loads(done.text)
+            self.assertEqual(told["exit"], code)
+            self.assertEqual(done.error, f"pkixcmp: {told['error']}\n")
+
+    def test_verbose_shows_the_full_text(self):
+        self.home.root()
+        args = ["root", "new", "--ca", r"\local\b", "--subject", "CN=B", "--container", "a/b"]
+        short = self.home.run(*args, code=1).error
+        full = self.home.run(*args, "-v", code=1).error
+        self.assertTrue(full.startswith(short))
+        self.assertIn("CryptException", full)
+        self.assertIn("line:", full)
+
+    def test_unwritable_outputs(self):
+        self.home.root()
+        csr = self.home.ec_request()
+        self.assertOneLine(self.home.run("p10", "--csr", csr, "--recipient", "CN=A", "--reqout",
+                                         self.home.path("no/such/folder"), code=1), "no/such")
+        with open("/dev/full", "wb") as full:
+            said = subprocess.run([PROGRAM, "show", self.home.path("root.pem")], stdout=full,
+                                  stderr=subprocess.PIPE, env=self.home.env, check=False)
+            self.assertEqual(said.returncode, 1)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,110 @@
+#include "platform/support/Text.h"
+#include "tools/pkixcmp/Context.h"
+#include "tools/pkixcmp/Failure.h"
+#include "tools/pkixcmp/Files.h"
+#include "tools/pkixcmp/Keys.h"
+#include "tools/pkixcmp/Output.h"
+#include "tools/pkixcmp/Texts.h"
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string ca, subject, name, notBefore, cdp, certout;
+    std::string valid = "3650d";
+    std::string crlPeriod = "7d";
+    bool replace = false;
+    KeyOptions key;
+};
+
+/// The library writes the end of a root's validity in two digits of the year, which reach to 2049.
+void checkEnd(const CACMPT_Date& notBefore, const CACMPT_Period& validity) {
+    CACMPT_Date begin = notBefore == CACMPT_Date() ? CACMPT_Date::Now() : notBefore;
+    if ((begin + validity).year() >= 2050) {
+        throw UsageError("--valid: a root must end before 2050");
+    }
+}
+
+void checkAbsent(const Options& options) {
+    IniValue present;
+    if (!options.replace && Ini(options.ca).find("cert", present)) {
+        throw Failure("there is a CA at " + options.ca +
+                      " already; take another path, or --replace to start it anew");
+    }
+}
+
+CACMPT_Extensions rootExtensions() {
+    CACMPT_Extensions extensions;
+    extensions.Insert(keyUsage({"keyCertSign", "cRLSign"}));
+    return extensions;
+}
+
+std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
+    CACMPT_PARSED_RDN subject = readName(options.subject, "--subject");
+    CACMPT_Period validity = readPeriod(options.valid, "--valid");
+    CACMPT_Period crlPeriod = readPeriod(options.crlPeriod, "--crl-period");
+    CACMPT_Date notBefore;
+    if (!options.notBefore.empty()) notBefore = readDate(options.notBefore, "--not-before");
+    checkEnd(notBefore, validity);
+    checkAbsent(options);
+    CallerWndProv dialogue;
+    std::string container = planContainer(options.key, dialogue);
+    std::wstring name = wideFromUtf8(options.name.empty() ? nameText(subject) : options.name);
+    return doing("make the root", [&] {
+        return std::unique_ptr<PKIXCMP_Server>(PKIXCMP_Server::GenerateRoot(
+            options.ca.c_str(), subject.tostring(3).c_str(), rootExtensions(), name.c_str(), false,
+            nullptr, options.key.providerType, container.c_str(), validity, notBefore,
+            options.cdp.c_str(), crlPeriod, &dialogue));
+    });
+}
+
+int run(Options& options, Context& context) {
+    std::unique_ptr<PKIXCMP_Server> ca = generate(options);
+    if (!options.certout.empty()) writeObject(options.certout, ca->Certificate, "CERTIFICATE");
+    CertificateInfo root;
+    PKIXCMP_Base::Cert_Decode(ca->Certificate, &root);
+    Json result;
+    result["ca"] = options.ca;
+    result["subject"] = nameText(root.Subject);
+    result["serial"] = root.SerialNumber;
+    result["notBefore"] = dateText(root.NotBefore);
+    result["notAfter"] = dateText(root.NotAfter);
+    result["container"] = get_unique(ca->ProviderHandle);
+    if (!options.certout.empty()) result["file"] = options.certout;
+    std::string text = "CA " + options.ca + ": " + nameText(root.Subject) + ", valid until " +
+                       dateText(root.NotAfter) +
+                       "\nkey container: " + result["container"].get<std::string>() + "\n";
+    if (!options.certout.empty()) text += "certificate: " + options.certout + "\n";
+    printResult(context.json, result, text);
+    return exitDone;
+}
+
+}  // namespace
+
+void addRoot(CLI::App& app, Context& context) {
+    auto options = std::make_shared<Options>();
+    CLI::App* root = app.add_subcommand("root", "The root of a CA")->require_subcommand(1);
+    CLI::App* make = root->add_subcommand("new", "Make a CA: key, root certificate, configuration");
+    make->add_option("--ca", options->ca, "Path of the CA in the configuration tree")->required();
+    make->add_option("--subject", options->subject, "Name of the CA in its certificate")
+        ->required();
+    make->add_option("--name", options->name, "Display name (the subject)");
+    make->add_option("--valid", options->valid, "Validity of the root: 10y, 520w, 3650d");
+    make->add_option("--not-before", options->notBefore,
+                     "Begin of the validity, 2026-11-21T10:00:00Z (now)");
+    addNewKeyOptions(make, options->key);
+    make->add_option("--cdp", options->cdp, "URL of the CRL, for the certificates issued");
+    make->add_option("--crl-period", options->crlPeriod, "Time from one CRL to the next");
+    make->add_option("--certout", options->certout,
+                     "File for the root certificate: armoured as .pem or .crt, else DER");
+    make->add_flag("--replace", options->replace,
+                   "Put the new CA in the place of one that is there");
+    examples(make,
+             "  pkixcmp root new --ca '\\local\\ca' --subject 'CN=Trial Root, O=Trial' "
+             "--certout root.pem\n"
+             "  pkixcmp root new --ca '\\local\\ca' --subject 'CN=Trial Root' --valid 10y "
+             "--cdp http://ca.example/root.crl");
+    onRun(make, context, options, run);
+}
+
+}  // namespace tool
