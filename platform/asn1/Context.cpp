@@ -13,8 +13,8 @@
 
 namespace {
 
-constexpr std::size_t smallestBlock = 8 * 1024 - 64;
-constexpr std::size_t largestBlock = 1024 * 1024;
+[[maybe_unused]] constexpr std::size_t smallestBlock = 8 * 1024 - 64;
+[[maybe_unused]] constexpr std::size_t largestBlock = 1024 * 1024;
 constexpr std::size_t largestPiece = std::size_t{1} << 34;  // far above any value
 
 }  // namespace

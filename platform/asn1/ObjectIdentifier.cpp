@@ -74,6 +74,9 @@ void putBigSubidentifier(const std::string& octets, std::string& out) {
     out.append(reversed.rbegin(), reversed.rend());
 }
 
+/// Under the first arc 2, so that both together fit the 63 bits of `smallValue`.
+constexpr std::uint64_t largestSecondArc = (std::uint64_t{1} << 63) - 1 - 80;
+
 bool joinFirstArcs(std::uint64_t first, std::uint64_t second, std::string& out) {
     if (first > 2 || (first < 2 && second > 39)) return false;
     putSubidentifier(first * 40 + second, out);
@@ -108,9 +111,8 @@ bool oidFromText(std::string_view text, std::string& out) {
         std::string octets;
         if (!octetsFromDigits(text.substr(0, dot), 10, octets)) return false;
         std::uint64_t value = 0;
-        bool small = octets.size() < 8;
         for (char c : octets) value = value << 8 | static_cast<unsigned char>(c);
-        if (index < 2 && !small) return false;
+        if (index < 2 && (octets.size() > 8 || value > largestSecondArc)) return false;
         if (index == 1 && !joinFirstArcs(first, value, out)) return false;
         if (index == 0) first = value;
         if (index > 1) putBigSubidentifier(octets, out);

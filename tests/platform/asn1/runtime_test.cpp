@@ -30,6 +30,7 @@ TEST(ObjectIdentifiers, TextAndOctetsAgree) {
         {"50", "2.0", true},
         {"8837", "2.999", true},
         {"2A8FFFFFFF7F", "1.2.4294967295", true},
+        {"FFFFFFFFFFFFFFFF7F", "2.9223372036854775727", false},
         {"2A9080808000", "1.2.4294967296", false},
         {"69 83 DC82C6D4B5FA 8AC79B94 C8A4E4F7DEE2EC7D", nullptr, false},
         {"6981FFFFFFFFFFFFFFFF7F", "2.25.18446744073709551615", false},
