@@ -111,7 +111,8 @@ public:
 private:
     void write(std::string_view key, const Setting& setting) {
         std::string octets = keyOctets(key);
-        Statement query = connection_.use("INSERT OR REPLACE INTO settings VALUES(?1, ?2, ?3, ?4)");
+        Statement query = connection_.use(
+            "INSERT OR REPLACE INTO settings(key, name, type, content) VALUES(?1, ?2, ?3, ?4)");
         query.bindAll(view(octets), view(setting.name), static_cast<std::int64_t>(setting.type));
         if (auto* number = std::get_if<std::int64_t>(&setting.content)) query.bind(4, *number);
         if (auto* text = std::get_if<std::string>(&setting.content)) {

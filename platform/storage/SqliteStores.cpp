@@ -170,7 +170,7 @@ private:
     }
 
     void insertProperty(std::int64_t row, std::uint32_t id, const Bytes& content) {
-        connection_.use("INSERT OR REPLACE INTO properties VALUES(?1, ?2, ?3)")
+        connection_.use("INSERT OR REPLACE INTO properties(object, id, content) VALUES(?1, ?2, ?3)")
             .bindAll(row, static_cast<std::int64_t>(id), BytesView(content))
             .run();
     }
