@@ -69,7 +69,7 @@ protected:
     const std::vector<const char*> certificates = {"carol", "alice", "ca", "bob", "alice-case"};
     const std::vector<const char*> crls = {"plain", "keyid", "case", "issuer", "broken"};
     const std::string all = "carol alice ca bob alice-case";
-    const CACMPT_BLOB none;
+    const CACMPT_BLOB none{};
     TempHome home;
 
 private:

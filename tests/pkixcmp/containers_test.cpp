@@ -130,8 +130,8 @@ TEST_F(ContainersTest, TriesAreCountedAcrossProcesses) {
         {"wrong", wrongPin}, {"s3cretPn", 0},    {"wrong", wrongPin},
         {"wrong", wrongPin}, {"wrong", blocked}, {"s3cretPn", blocked}};
     for (const auto& [pin, error] : tries) {
-        const pid_t child = startChild([&] {
-            OldWndProv once(std::string(), pin);
+        const pid_t child = startChild([&, attempt = pin] {
+            OldWndProv once(std::string(), attempt);
             const prov_handle provider(openContainer(name));
             return cryptError([&] { get_pin_load(once, provider, "c", 0, 0); }) & 0xFF;
         });
