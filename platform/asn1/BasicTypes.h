@@ -147,7 +147,7 @@ struct ASN1CSeqOfList {
     NodeBase* head = nullptr;
     NodeBase* tail = nullptr;
     std::uint32_t count = 0;
-    bool decoded = false;  // a decoded SET OF keeps its order when it is encoded
+    bool decoded = false;  // a SET OF so marked keeps its order when encoded, others are sorted
 
     void link(NodeBase* n) {
         n->next = nullptr;

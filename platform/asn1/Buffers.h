@@ -49,7 +49,9 @@ private:
 };
 
 /// Reads values from bytes. The input is copied once into the context, so decoded values never
-/// point at the caller's bytes and live as long as the context.
+/// point at the caller's bytes and live as long as the context. Inputs from 512 MiB on, nesting
+/// deeper than 64 levels, and values that would take more than 64 KiB and sixteen times their input
+/// besides the copy are refused.
 class PKIXCMP_API ASN1BERDecodeBuffer : public ASN1MessageBufferIF {
 public:
     ASN1BERDecodeBuffer() = default;

@@ -9,7 +9,7 @@
 
 /// A calendar time with the text form of an ASN.1 time type. Setters return 0, or a code below zero
 /// with the error in the context of the buffer. Getters return the field, or a code below zero when
-/// the text given to the constructor does not parse.
+/// the text given to the constructor does not parse; an empty text is a time that is not set yet.
 class PKIXCMP_API ASN1CTime {
 public:
     virtual ~ASN1CTime();

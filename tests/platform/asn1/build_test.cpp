@@ -239,56 +239,77 @@ TEST_F(Building, ControlsWorkOnTheirOwnKindOfBuffer) {
     EXPECT_EQ(in.EncodeTo(encoder), 8);
 }
 
-TEST(Reading, WhatLibcryptoBuilds) {
-    KeyPtr key(EVP_EC_gen("P-256"));
-    X509Ptr x509(X509_new());
-    X509_set_version(x509.get(), 2);
-    ASN1_INTEGER_set_int64(X509_get_serialNumber(x509.get()), -128);
-    ASN1_TIME_set_string_X509(X509_getm_notBefore(x509.get()), "491231235959Z");
-    ASN1_TIME_set_string_X509(X509_getm_notAfter(x509.get()), "20500101000000Z");
-    X509_NAME_add_entry_by_txt(X509_get_subject_name(x509.get()), "CN", MBSTRING_UTF8,
-                               octetsOf("\xD0\x96"), -1, -1, 0);
-    X509_set_pubkey(x509.get(), key.get());
-    const std::pair<int, const char*> extensions[] = {
-        {NID_key_usage, "critical,keyCertSign,decipherOnly"},
-        {NID_basic_constraints, "CA:TRUE,pathlen:0"},
-        {NID_name_constraints, "permitted;DNS:example.org,excluded;IP:10.0.0.0/255.0.0.0"},
-        {NID_policy_constraints, "requireExplicitPolicy:3"},
-        {NID_inhibit_any_policy, "2"},
-        {NID_subject_alt_name, "dirName:dn,RID:1.2.3.4,otherName:1.2.3;UTF8:x,IP:::1"},
-        {NID_crl_distribution_points, "dp"},
-        {NID_certificate_policies, "1.2.3.4,@pol"},
-        {NID_info_access, "caIssuers;URI:http://x"},
-        {NID_ext_key_usage, "clientAuth,1.2.3"}};
+// ---- What libcrypto builds ----------------------------------------------------------------------
+
+const std::pair<int, const char*> libcryptoExtensions[] = {
+    {NID_key_usage, "critical,keyCertSign,decipherOnly"},
+    {NID_basic_constraints, "CA:TRUE,pathlen:0"},
+    {NID_name_constraints, "permitted;DNS:example.org,excluded;IP:10.0.0.0/255.0.0.0"},
+    {NID_policy_constraints, "requireExplicitPolicy:3"},
+    {NID_inhibit_any_policy, "2"},
+    {NID_subject_alt_name, "dirName:dn,RID:1.2.3.4,otherName:1.2.3;UTF8:x,IP:::1"},
+    {NID_crl_distribution_points, "dp"},
+    {NID_certificate_policies, "1.2.3.4,@pol"},
+    {NID_info_access, "caIssuers;URI:http://x"},
+    {NID_ext_key_usage, "clientAuth,1.2.3"}};
+const char libcryptoSections[] =
+    "[dn]\nO=Org\n[dp]\nrelativename=dn\nreasons=keyCompromise,CACompromise\n"
+    "CRLissuer=dirName:dn\n[pol]\npolicyIdentifier=1.2.5\nCPS.1=http://cps\n"
+    "userNotice.1=@note\n[note]\nexplicitText=UTF8:Text\norganization=Org\nnoticeNumbers=1,2\n";
+
+void addLibcryptoExtensions(X509* x509) {
     CONF* conf = NCONF_new(nullptr);
-    BIO* text = BIO_new_mem_buf(
-        "[dn]\nO=Org\n[dp]\nrelativename=dn\nreasons=keyCompromise,CACompromise\nCRLissuer=dirName:"
-        "dn\n"
-        "[pol]\npolicyIdentifier=1.2.5\nCPS.1=http://cps\nuserNotice.1=@note\n"
-        "[note]\nexplicitText=UTF8:Text\norganization=Org\nnoticeNumbers=1,2\n",
-        -1);
+    BIO* text = BIO_new_mem_buf(libcryptoSections, -1);
     long line = 0;
-    ASSERT_EQ(NCONF_load_bio(conf, text, &line), 1);
+    EXPECT_EQ(NCONF_load_bio(conf, text, &line), 1);
     BIO_free(text);
-    for (auto [nid, value] : extensions) {
+    for (auto [nid, value] : libcryptoExtensions) {
         X509V3_CTX ctx;
-        X509V3_set_ctx(&ctx, x509.get(), x509.get(), nullptr, nullptr, 0);
+        X509V3_set_ctx(&ctx, x509, x509, nullptr, nullptr, 0);
         X509V3_set_nconf(&ctx, conf);
         X509_EXTENSION* extension = X509V3_EXT_nconf_nid(conf, &ctx, nid, value);
-        ASSERT_NE(extension, nullptr) << value;
-        X509_add_ext(x509.get(), extension, -1);
+        EXPECT_NE(extension, nullptr) << value;
+        X509_add_ext(x509, extension, -1);
         X509_EXTENSION_free(extension);
     }
     NCONF_free(conf);
-    ASSERT_GT(X509_sign(x509.get(), key.get(), EVP_sha256()), 0);
-    std::string der(static_cast<std::size_t>(i2d_X509(x509.get(), nullptr)), '\0');
-    auto* p = reinterpret_cast<unsigned char*>(der.data());
-    i2d_X509(x509.get(), &p);
+}
 
-    ASN1BERDecodeBuffer buffer(octetsOf(der), der.size());
+class Reading : public ::testing::Test {
+protected:
+    void SetUp() override {
+        KeyPtr key(EVP_EC_gen("P-256"));
+        X509Ptr x509(X509_new());
+        X509_set_version(x509.get(), 2);
+        ASN1_INTEGER_set_int64(X509_get_serialNumber(x509.get()), -128);
+        ASN1_TIME_set_string_X509(X509_getm_notBefore(x509.get()), "491231235959Z");
+        ASN1_TIME_set_string_X509(X509_getm_notAfter(x509.get()), "20500101000000Z");
+        X509_NAME_add_entry_by_txt(X509_get_subject_name(x509.get()), "CN", MBSTRING_UTF8,
+                                   octetsOf("\xD0\x96"), -1, -1, 0);
+        X509_set_pubkey(x509.get(), key.get());
+        addLibcryptoExtensions(x509.get());
+        ASSERT_GT(X509_sign(x509.get(), key.get(), EVP_sha256()), 0);
+        der.resize(static_cast<std::size_t>(i2d_X509(x509.get(), nullptr)));
+        auto* p = reinterpret_cast<unsigned char*>(der.data());
+        i2d_X509(x509.get(), &p);
+        buffer.setBuffer(octetsOf(der), der.size());
+        ASSERT_EQ(buffer.decode(Schema<ASN1T_Certificate>::type, &certificate), ASN_OK)
+            << rtErrGetText(buffer.getCtxtPtr());
+    }
+    template <class T>
+    T& extension(const ASN1TObjId& id) {
+        for (const auto& e : certificate.tbsCertificate.extensions) {
+            if (e.extnID == id && e.extnValue.as<T>()) return *e.extnValue.as<T>();
+        }
+        throw std::runtime_error("no extension " + rtOidToString(id));
+    }
+
+    std::string der;
+    ASN1BERDecodeBuffer buffer;
     ASN1T_Certificate certificate;
-    ASSERT_EQ(buffer.decode(Schema<ASN1T_Certificate>::type, &certificate), ASN_OK)
-        << rtErrGetText(buffer.getCtxtPtr());
+};
+
+TEST_F(Reading, FieldsHoldWhatLibcryptoWrote) {
     EXPECT_EQ(encodeOrError(Schema<ASN1T_Certificate>::type, &certificate), der);
     const auto& tbs = certificate.tbsCertificate;
     EXPECT_STREQ(tbs.serialNumber, "0x80");
@@ -297,33 +318,41 @@ TEST(Reading, WhatLibcryptoBuilds) {
     const auto& subject = tbs.subject.u.rdnSequence.front().front();
     EXPECT_EQ(subject.type, id_at_commonName);
     EXPECT_EQ(subject.value.as<ASN1T_DirectoryString>()->u.text.view(), "\xD0\x96");
-    EXPECT_EQ(tbs.extensions.count, std::size(extensions));
-    for (const auto& extension : tbs.extensions) {
-        ASSERT_NE(extension.extnValue.decoded, nullptr) << rtOidToString(extension.extnID);
-    }
-    auto at = [&](auto* type, const ASN1TObjId& id) {
-        for (const auto& e : tbs.extensions) {
-            if (e.extnID == id) return e.extnValue.as<std::remove_pointer_t<decltype(type)>>();
-        }
-        return type;
-    };
-    auto* usage = at((ASN1T_KeyUsage*)nullptr, id_ce_keyUsage);
-    EXPECT_TRUE(usage->test(5) && usage->test(8) && !usage->test(0) && !usage->test(9));
-    auto* constraints = at((ASN1T_BasicConstraintsSyntax*)nullptr, id_ce_basicConstraints);
-    EXPECT_TRUE(constraints->cA && constraints->m.pathLenConstraintPresent);
-    EXPECT_EQ(constraints->pathLenConstraint, 0);
-    auto* names = at((ASN1T_SubjectAltName*)nullptr, id_ce_subjectAltName);
-    ASSERT_EQ(names->count, 4U);
-    auto name = names->begin();
+    EXPECT_EQ(tbs.extensions.count, std::size(libcryptoExtensions));
+}
+
+TEST_F(Reading, ExtensionsHoldWhatLibcryptoWrote) {
+    auto& usage = extension<ASN1T_KeyUsage>(id_ce_keyUsage);
+    EXPECT_TRUE(usage.test(5) && usage.test(8) && !usage.test(0) && !usage.test(9));
+    auto& constraints = extension<ASN1T_BasicConstraintsSyntax>(id_ce_basicConstraints);
+    EXPECT_TRUE(constraints.cA && constraints.m.pathLenConstraintPresent);
+    EXPECT_EQ(constraints.pathLenConstraint, 0);
+    auto& policy = extension<ASN1T_PolicyConstraintsSyntax>(id_ce_policyConstraints);
+    EXPECT_TRUE(policy.m.requireExplicitPolicyPresent && !policy.m.inhibitPolicyMappingPresent);
+    EXPECT_EQ(policy.requireExplicitPolicy, 3);
+    EXPECT_EQ(extension<ASN1T_InhibitAnyPolicy>(id_ce_inhibitAnyPolicy).value, 2);
+    auto& trees = extension<ASN1T_NameConstraintsSyntax>(id_ce_nameConstraints);
+    EXPECT_EQ(trees.permittedSubtrees.front().base.u.dNSName.view(), "example.org");
+    EXPECT_EQ(trees.excludedSubtrees.front().base.u.iPAddress.numocts, 8U);
+    EXPECT_EQ(extension<ASN1T_ExtKeyUsageSyntax>(id_ce_extKeyUsage).front(), id_kp_clientAuth);
+}
+
+TEST_F(Reading, NamesPointsAndPoliciesHoldWhatLibcryptoWrote) {
+    auto& names = extension<ASN1T_SubjectAltName>(id_ce_subjectAltName);
+    ASSERT_EQ(names.count, 4U);
+    auto name = names.begin();
     EXPECT_EQ(name->t, ASN1T_GeneralName::T_directoryName);
     EXPECT_EQ((++name)->t, ASN1T_GeneralName::T_registeredID);
     EXPECT_EQ((++name)->u.otherName->type_id, asn1::oid<"1.2.3">);
     EXPECT_EQ((++name)->u.iPAddress.numocts, 16U);
-    auto& point = at((ASN1T_CRLDistPointsSyntax*)nullptr, id_ce_cRLDistributionPoints)->front();
+    auto& point = extension<ASN1T_CRLDistPointsSyntax>(id_ce_cRLDistributionPoints).front();
     EXPECT_EQ(point.distributionPoint.t, ASN1T_DistributionPointName::T_nameRelativeToCRLIssuer);
     EXPECT_TRUE(point.m.reasonsPresent && point.reasons.test(2) && point.m.cRLIssuerPresent);
-    auto* policies = at((ASN1T_CertificatePoliciesSyntax*)nullptr, id_ce_certificatePolicies);
-    auto policy = ++policies->begin();
+    auto& access = extension<ASN1T_AuthorityInfoAccessSyntax>(id_pe_authorityInfoAccess).front();
+    EXPECT_EQ(access.accessMethod, id_ad_caIssuers);
+    EXPECT_EQ(access.accessLocation.u.uniformResourceIdentifier.view(), "http://x");
+    auto& policies = extension<ASN1T_CertificatePoliciesSyntax>(id_ce_certificatePolicies);
+    auto policy = ++policies.begin();
     auto qualifier = policy->policyQualifiers.begin();
     EXPECT_EQ(qualifier->qualifier.as<ASN1T_CPSuri>()->view(), "http://cps");
     auto* notice = (++qualifier)->qualifier.as<ASN1T_UserNotice>();

@@ -1,5 +1,3 @@
-#include "platform/asn1/Schema.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/cmp.h>
@@ -12,6 +10,7 @@
 
 #include "DerText.h"
 #include "golden.h"
+#include "platform/asn1/SchemaBuilder.h"
 #include "platform/asn1/asn1data.h"
 
 // Every type of every module against hand-composed encodings, which libcrypto confirms where it
@@ -292,6 +291,67 @@ TEST(Schemas, EachMarkBelongsToTheFieldOfItsName) {
         ASSERT_NE(f, end) << mark.type << "." << mark.field;
         EXPECT_EQ(f->mark, mark.offset) << mark.type << "." << mark.field;
     }
+}
+
+// ---- Builders -----------------------------------------------------------------------------------
+
+/// The builders run at compile time; run here, their refusals can be seen.
+template <class F>
+std::string refusal(F build) {
+    try {
+        build();
+    } catch (const char* text) {
+        return text;
+    }
+    return "none";
+}
+
+TEST(SchemaBuilders, RefuseMistakes) {
+    using namespace asn1;
+    using V = asn1data::ASN1T_Validity;
+    using N = asn1data::ASN1T_UserNotice;
+    using C = asn1data::ASN1T_DistributionPointName;
+    using A = asn1data::ASN1T_AnotherName;
+    const asn1::Type& name = Schema<asn1data::ASN1T_Name>::type;
+    const asn1::Type& time = Schema<asn1data::ASN1T_Time>::type;
+    auto optional = [](const asn1::Type& type) {
+        Field f = field("x", type, untagged);
+        f.presence = Presence::optional;
+        return f;
+    };
+    auto pair = [&](const asn1::Type& first, const asn1::Type& second) {
+        return refusal([&] {
+            const Field fields[] = {optional(first), field("y", second, untagged)};
+            checkFields(fields, 2);
+        });
+    };
+    EXPECT_EQ(refusal([&] { field("x", name, implicit(0)); }),
+              "a CHOICE or ANY cannot be tagged implicitly");
+    EXPECT_EQ(refusal([&] { field("x", asn1::any, implicit(0)); }),
+              "a CHOICE or ANY cannot be tagged implicitly");
+    EXPECT_EQ(refusal([&] { field("x", name, explicitly(31)); }),
+              "tag numbers above 30 are not supported");
+    EXPECT_EQ(pair(asn1::integer, asn1::integer), "an optional field is ambiguous");
+    EXPECT_EQ(pair(asn1::any, asn1::integer), "an optional field is ambiguous");
+    EXPECT_EQ(pair(time, asn1::utcTime), "an optional field is ambiguous");
+    EXPECT_EQ(pair(asn1::integer, asn1::boolean), "none");
+    EXPECT_EQ(refusal([] { FieldTable<V, Required<&V::notAfter>>(); }),
+              "a member is forgotten or swapped");
+    EXPECT_EQ(refusal([] { FieldTable<V, Required<&V::notBefore>>(); }),
+              "a member is forgotten or swapped");
+    EXPECT_EQ(refusal([] { FieldTable<V, Required<&V::notAfter>, Required<&V::notBefore>>(); }),
+              "a member is forgotten or swapped");
+    EXPECT_EQ(refusal([] { FieldTable<V, Optional<&V::notBefore>, Required<&V::notAfter>>(); }),
+              "a record with optional fields needs marks");
+    EXPECT_EQ(refusal([] { FieldTable<N, Required<&N::noticeRef>, Optional<&N::explicitText>>(); }),
+              "marks and optional fields differ in number");
+    EXPECT_EQ(refusal([] { Defaulted<&A::type_id, 0>::make(); }),
+              "only numbers and booleans have a DEFAULT");
+    EXPECT_EQ(refusal([] {
+                  AlternativeTable<C, Alternative<&C::U::fullName, implicit(0)>,
+                                   Alternative<&C::U::fullName, implicit(0)>>();
+              }),
+              "two alternatives share a tag");
 }
 
 }  // namespace
