@@ -8,7 +8,7 @@
 #include "platform/Export.h"
 
 /// String types of attribute values.
-enum CACMPT_StringType {
+enum CACMPT_StringType : int {
     CACMPT_NoString = 0,  // the register chooses
     CACMPT_UTF8String = 1,
     CACMPT_PrintableString = 2,

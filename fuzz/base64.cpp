@@ -1,8 +1,8 @@
 #include "capilite/Base64.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "platform/support/LastError.h"
@@ -16,6 +16,11 @@ constexpr unsigned char UNTOUCHED = 0xA5;
 
 void require(bool condition) {
     if (!condition) std::abort();
+}
+
+/// Octets are looked up by their low seven bits.
+bool hasPadding(const char* text, unsigned int size) {
+    return std::any_of(text, text + size, [](char c) { return (c & 0x7F) == '='; });
 }
 
 using Decode = int (*)(const char*, unsigned int, unsigned char*, unsigned int*);
@@ -41,8 +46,7 @@ void checkDecoder(Decode decode, const char* text, unsigned int size) {
     int fits = decodeInto(decode, text, size, bytes, needed, length);
     require(length == needed);
     // Padding in the middle takes octets back, and the buffer may have to be larger meanwhile.
-    if (!fits)
-        require(GetLastError() == ERROR_MORE_DATA && std::memchr(text, '=', size) != nullptr);
+    require(fits || (GetLastError() == ERROR_MORE_DATA && hasPadding(text, size)));
     std::vector<unsigned char> small;
     if (needed > 0) require(!decodeInto(decode, text, size, small, needed - 1, length));
 

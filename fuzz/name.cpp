@@ -43,7 +43,8 @@ void readText(const std::wstring& text, unsigned int flags) {
         require(position <= text.size());
         return;
     }
-    const CACMPT_BLOB der = name.encode();
+    CACMPT_BLOB der;
+    if (!accepted([&] { der = name.encode(); })) return;  // a dotted type may be no identifier
     CACMPT_Name decoded;
     decoded.decode(der);
     require(decoded.encode() == der);

@@ -408,7 +408,8 @@ TEST(TextConversion, StrippingWhiteSpace) {
 TEST(Handles, ContextsOwnedByValue) {
     ctxt_handle ctxt;
     ASSERT_TRUE(ctxt.init());
-    { ASN1CtxtRef counted(ctxt.get()); }  // does not take the context with it
+    ASN1CTXT* volatile pointer = ctxt.get();  // the compiler does not know the count
+    { ASN1CtxtRef counted(pointer); }         // does not take the context with it
     auto* text = static_cast<char*>(rtMemHeapAlloc(ctxt, 100));
     ASSERT_NE(text, nullptr);
     std::memset(text, 'x', 100);
