@@ -35,7 +35,7 @@ class Secrets(ProgramTest):
 
     def test_three_tries_across_processes(self):
         self.make()
-        self.p10("--pin", f"pass:{PIN}")
+        self.p10(f"--pin=pass:{PIN}")
         for left in (2, 1):
             self.assertOneLine(self.p10("--pin", "pass:wrong", code=1), "wrong PIN",
                                "2 tries are left" if left == 2 else "1 try is left")
@@ -82,7 +82,7 @@ class Secrets(ProgramTest):
 
     def test_bad_sources(self):
         self.make()
-        cases = {"pass:": 2, "pass:ninechars": 2, "word": 2, "fd:x": 2, "fd:": 2, "env:NO_SUCH": 1,
+        cases = {"pass:": 2, "taken:0": 2, "taken:9": 2, "pass:ninechars": 2, "word": 2, "fd:x": 2, "fd:": 2, "env:NO_SUCH": 1,
                  "file:/nonexistent": 1, "fd:77": 1}
         for source, code in cases.items():
             with self.subTest(source=source):
@@ -156,6 +156,10 @@ class Secrets(ProgramTest):
         self.home.verify("issued.pem")
         with self.served("--approve", "all", "--pin", f"pass:{PIN}") as ca:
             ca.enrol("--trust", self.home.path("root.pem"))
+            with open(f"/proc/{ca.process.pid}/cmdline", "rb") as file:
+                listed = file.read()
+            self.assertIn(b"serve", listed)
+            self.assertNotIn(PIN.encode(), listed)
         done = self.home.run("serve", "--ca", CA, "--pin", "pass:wrong", code=1)
         self.assertOneLine(done, "wrong PIN")
 

@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
+#include <string_view>
 
 #include "capilite/CAException.h"
 #include "platform/crypt/CryptApi.h"
@@ -21,6 +23,30 @@ namespace {
 void cleanse(std::string& text) {
     explicit_bzero(text.data(), text.size());
     text.clear();
+}
+
+/// The texts that were taken out of the command line, by their numbers; never moved.
+std::deque<std::string> taken;
+constexpr std::string_view takenMark = "taken:";
+
+/// Where the text of a secret begins in an argument; npos when it holds none.
+std::size_t secretIn(std::string_view argument, std::string_view before) {
+    for (std::string_view option : {"--pin", "--new-pin"}) {
+        if (before == option && argument.starts_with("pass:")) return 0;
+        std::string joined = std::string(option) + "=";
+        if (argument.starts_with(joined + "pass:")) return joined.size();
+    }
+    return std::string_view::npos;
+}
+
+/// Replaces the number of a taken text by the text, which is forgotten here.
+void giveTaken(std::string& text) {
+    std::size_t index = taken.size();
+    std::from_chars(text.data(), text.data() + text.size(), index);
+    text.clear();
+    if (index >= taken.size()) return;
+    text.assign(taken[index]);
+    cleanse(taken[index]);
 }
 
 /// The first line of a descriptor. Reads byte by byte, so that what stands behind it stays unread.
@@ -121,12 +147,28 @@ bool Secret::operator==(const Secret& other) const {
     return std::memcmp(text_, other.text_, sizeof text_) == 0;
 }
 
+void takeSecrets(int argc, char** argv) {
+    static std::deque<std::string> marks;  // what the arguments point at from now on
+    for (int i = 1; i < argc; ++i) {
+        std::string_view argument = argv[i];
+        std::size_t at = secretIn(argument, argv[i - 1]);
+        if (at == std::string_view::npos) continue;
+        marks.push_back(std::string(argument.substr(0, at)).append(takenMark) +
+                        std::to_string(taken.size()));
+        taken.emplace_back(argument.substr(at + 5));
+        explicit_bzero(argv[i], argument.size());
+        argv[i] = marks.back().data();
+    }
+}
+
 Secret readSecret(std::string& source) {
     std::size_t colon = source.find(':');
     std::string kind = source.substr(0, colon);
     std::string rest = colon == std::string::npos ? "" : source.substr(colon + 1);
     cleanse(source);
-    if (kind == "env") {
+    if (kind + ":" == takenMark) {
+        giveTaken(rest);
+    } else if (kind == "env") {
         const char* value = std::getenv(rest.c_str());
         if (value == nullptr) throw Failure("the environment has no variable " + rest);
         rest = value;
@@ -134,7 +176,7 @@ Secret readSecret(std::string& source) {
         rest = secretOfFile(rest);
     } else if (kind == "fd") {
         rest = secretOfDescriptor(rest);
-    } else if (kind != "pass" || colon == std::string::npos) {
+    } else {
         cleanse(kind);
         cleanse(rest);
         throw UsageError("a PIN is given as pass:TEXT, env:NAME, file:PATH or fd:NUMBER");

@@ -26,6 +26,11 @@ private:
     char text_[9] = {};
 };
 
+/// Takes the secrets out of the command line, so that neither the list of processes nor the
+/// parser's copies hold them: each pass:TEXT of a PIN option becomes a mark that `readSecret`
+/// knows.
+void takeSecrets(int argc, char** argv);
+
 /// Reads a secret from where `source` says: pass:TEXT, env:NAME, file:PATH (its first line) or
 /// fd:NUMBER. The argument is cleansed when it carries the secret itself.
 Secret readSecret(std::string& source);

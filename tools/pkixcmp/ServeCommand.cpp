@@ -1,3 +1,5 @@
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <csignal>
 #include <thread>
@@ -117,6 +119,14 @@ private:
     sigset_t set_;
 };
 
+/// A connection is a descriptor: as many as the system allows.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 int run(Options& options, Context& context) {
     HttpOptions http;
     readAddress(options.listen, http);
@@ -124,6 +134,7 @@ int run(Options& options, Context& context) {
     http.maxBody = options.maxBody;
     http.timeout = std::chrono::seconds(options.timeout);
     options.policy.approve = options.approve == "all";
+    raiseDescriptorLimit();
     EndSignals signals;
     Log log(options.log);
     CallerWndProv dialogue;

@@ -6,6 +6,7 @@
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Output.h"
+#include "tools/pkixcmp/Secrets.h"
 
 namespace {
 
@@ -65,6 +66,7 @@ bool wantsJson(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (versionAlone(argc, argv)) return tool::exitDone;
+    tool::takeSecrets(argc, argv);
     tool::Context context;
     try {
         CLI::App app("", "pkixcmp");
