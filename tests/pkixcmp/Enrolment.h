@@ -2,14 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
 #include <string>
 
-#include "capilite/CAException.h"
 #include "capilite/Handles.h"
 #include "capilite/RecordCoding.h"
 #include "capilite/RecordHelpers.h"
@@ -21,7 +19,9 @@
 #include "pkixcmp/Protection.h"
 #include "pkixcmp/Server.h"
 #include "platform/crypt/CryptApi.h"
+#include "tests/PublicTool.h"
 #include "tests/TempHome.h"
+#include "tests/capilite/Failure.h"
 
 // A CA and clients with keys that need no person, and public tools to judge what they make.
 
@@ -52,29 +52,17 @@ inline CACMPT_BLOB withTemplate(const CACMPT_BLOB& ir,
     });
 }
 
-/// What a call throws: "class: text", without source and line; empty when it throws nothing.
+/// `failureOf` that also looks at the source the failure comes from.
 template <class Call>
 std::string failure(Call call, const char* source = nullptr) {
-    const auto text = [&](const char* kind, const CAException& e) {
-        EXPECT_TRUE(!source || e.file == source) << e.what();
-        std::string what = e.what();
-        const std::size_t begin = what.find('\'') + 1;
-        return std::string(kind) + ": " + what.substr(begin, what.find("' at file") - begin);
-    };
-    try {
-        call();
-    } catch (const Asn1DecodeException& e) {
-        return text("decode", e);
-    } catch (const Asn1Exception& e) {
-        return text("asn1", e);
-    } catch (const CryptException& e) {
-        return text("crypt", e).substr(0, 5);
-    } catch (const CAException& e) {
-        return text("ca", e);
-    } catch (const config_exception& e) {
-        return std::string("config: ") + e.what();
-    }
-    return "";
+    return failureOf([&] {
+        try {
+            call();
+        } catch (const CAException& e) {
+            EXPECT_TRUE(source == nullptr || e.file == source) << e.what();
+            throw;
+        }
+    });
 }
 
 inline std::string dotted(const ASN1TObjId& oid) { return rtOidToString(oid); }
@@ -149,29 +137,19 @@ protected:
         content.writeToFile(path.c_str());
         return path;
     }
-    /// What `openssl` prints, both streams.
     static std::string openssl(const std::string& arguments) {
-        std::FILE* pipe = ::popen(("openssl " + arguments + " 2>&1").c_str(), "r");
-        if (!pipe) return "popen failed";
-        std::string text;
-        std::array<char, 4096> piece;
-        while (std::size_t n = std::fread(piece.data(), 1, piece.size(), pipe)) {
-            text.append(piece.data(), n);
-        }
-        ::pclose(pipe);
-        return text;
+        return runTool("openssl " + arguments, "");
     }
     std::string print(const CACMPT_BLOB& certificate) {
         return openssl("x509 -inform DER -noout -text -in " + file("print.cer", certificate));
     }
-    /// "OK" when a certificate verifies under a root; both are written as PEM on the way.
-    std::string verify(const CACMPT_BLOB& root, const CACMPT_BLOB& certificate) {
+    /// True when a certificate verifies under a root; else the tool's words are thrown.
+    bool verifies(const CACMPT_BLOB& root, const CACMPT_BLOB& certificate) {
         const std::string at = home.path();
         openssl("x509 -inform DER -in " + file("ca.cer", root) + " -out " + at + "/ca.pem");
         openssl("x509 -inform DER -in " + file("ee.cer", certificate) + " -out " + at + "/ee.pem");
-        const std::string said =
-            openssl("verify -x509_strict -CAfile " + at + "/ca.pem " + at + "/ee.pem");
-        return said.ends_with(": OK\n") ? "OK" : said;
+        return openssl("verify -x509_strict -CAfile " + at + "/ca.pem " + at + "/ee.pem")
+            .ends_with(": OK\n");
     }
 
     TempHome home;

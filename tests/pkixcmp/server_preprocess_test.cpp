@@ -156,7 +156,7 @@ TEST_F(ServerPreProcessTest, OfAPkcs10RequestTheFirstAttributeWithAValueCounts) 
     });
     CertificateInfo record;
     EXPECT_THAT(failure([&] { ca->CertReqMessage_PreProcess(broken, &record); }),
-                HasSubstr("asn1: "));
+                HasSubstr("Asn1Exception "));
 }
 
 TEST_F(ServerPreProcessTest, NothingOutlivesTheCa) {
@@ -212,10 +212,10 @@ TEST_F(ServerPreProcessTest, AnExistingCertificateIsCertifiedAcross) {
     EXPECT_EQ(message->body.t, ASN1T_PKIBody::T_ccp);
     EXPECT_EQ(asn1EncodeRecord(*message->header.recipient.u.directoryName),
               CACMPT_BLOB(original.Subject));
-    EXPECT_EQ(verify(ca->Certificate, certificateOf(reply)), "OK");
+    EXPECT_TRUE(verifies(ca->Certificate, certificateOf(reply)));
     EXPECT_THAT(failure([&] { ca->CertReqCert_PreProcess(CACMPT_BLOB("x", 1), &record); },
                         "pkixcmp/CA_CMP_ProcessReq"),
-                HasSubstr("asn1: "));
+                HasSubstr("Asn1Exception "));
 }
 
 }  // namespace
