@@ -102,7 +102,12 @@ void str1cpy(char* target, const ASN1OBJID& oid, unsigned long max, const char* 
 }
 
 void str1cpy(char* target, const ASN1TObjId& oid, unsigned long max, const char* message) {
-    str1cpy(target, static_cast<ASN1OBJID>(oid), max, message);
+    // Not by way of `ASN1OBJID`, which has no room for arcs of more than 32 bits.
+    const bool none = oid.numocts == 0;
+    if (max == 0 || (!none && rtOidToStr(oid, target, max) < 0)) {
+        PKIXCMP_THROW(Asn1DecodeException, message);
+    }
+    if (none) target[0] = '\0';
 }
 
 void str1cpy8(wchar_t* target, std::string_view source, unsigned long max, const char* message,
