@@ -91,12 +91,12 @@ std::optional<Folder> homeFolder() { return Folder::open(support::userHome(), Fo
 Secret readVaultKey() {
     const auto home = homeFolder();
     auto content = home ? home->read(vaultFile, 2 * keySize + 1) : std::nullopt;
-    require(content && content->size() >= 2 * keySize, NTE_KEYSET_ENTRY_BAD);
-    require(home->isPrivate(vaultFile), NTE_PERM);
-    const std::string_view digits(reinterpret_cast<const char*>(content->data()), 2 * keySize);
-    Secret key = octetsFrom<Secret>(digits, keySize);
+    require(content.has_value(), NTE_KEYSET_ENTRY_BAD);
+    const Secret digits(content->begin(), content->end());
     OPENSSL_cleanse(content->data(), content->size());
-    return key;
+    require(home->isPrivate(vaultFile), NTE_PERM);
+    require(digits.size() >= 2 * keySize, NTE_KEYSET_ENTRY_BAD);
+    return octetsFrom<Secret>({digits.data(), 2 * keySize}, keySize);
 }
 
 }  // namespace
