@@ -57,7 +57,7 @@ public:
             delete[] array;
             return;
         }
-        registerDrain();
+        if (count_ == 0) registerDrain();
         setAccessible(array, CACMPT_BLOB::FIRST_CAPACITY, false);
         slots_[count_++] = array;
     }

@@ -67,7 +67,8 @@ public:
     /// Upper-case digits without separators.
     std::string writeToHexString() const;
 
-    // Base64 text, which has no terminating zero. `CAException` for what cannot be converted.
+    // Base64 text, which has no terminating zero. `CAException` for what cannot be converted: text
+    // that is no base64, and a blob without bytes.
     CACMPT_BLOB toBase64() const;
     CACMPT_BLOB fromBase64() const;
     CACMPT_BLOB toBase64Hdr(const char* header, const char* footer) const;
