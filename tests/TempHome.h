@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -41,7 +42,8 @@ inline pid_t startChild(const std::function<int()>& body) {
         int code = 99;
         try {
             code = body();
-        } catch (...) {
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "child: %s\n", error.what());
         }
         ::_exit(code);
     }

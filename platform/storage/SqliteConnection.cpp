@@ -156,17 +156,30 @@ void Connection::execute(const char* sql) {
     if (code != SQLITE_OK) fail(database_, code);
 }
 
+namespace {
+
+void rollBack(Connection& connection) {
+    try {
+        connection.use("ROLLBACK").run();
+    } catch (...) {
+        // The engine has rolled back by itself, as it does after a failed write.
+    }
+}
+
+}  // namespace
+
+ReadTransaction::ReadTransaction(Connection& connection) : connection_(connection) {
+    connection_.use("BEGIN").run();
+}
+
+ReadTransaction::~ReadTransaction() { rollBack(connection_); }
+
 WriteTransaction::WriteTransaction(Connection& connection) : connection_(connection) {
     connection_.use("BEGIN IMMEDIATE").run();
 }
 
 WriteTransaction::~WriteTransaction() {
-    if (!open_) return;
-    try {
-        connection_.use("ROLLBACK").run();
-    } catch (...) {
-        // The engine has rolled back by itself, as it does after a failed write.
-    }
+    if (open_) rollBack(connection_);
 }
 
 void WriteTransaction::commit() {

@@ -99,6 +99,18 @@ private:
     bool open_ = true;
 };
 
+/// What is read while this lives is of one moment.
+class ReadTransaction {
+public:
+    explicit ReadTransaction(Connection& connection);
+    ReadTransaction(const ReadTransaction&) = delete;
+    ReadTransaction& operator=(const ReadTransaction&) = delete;
+    ~ReadTransaction();
+
+private:
+    Connection& connection_;
+};
+
 /// Whether the database holds our tables, in the version that this source knows. False for an empty
 /// one; anything else throws.
 bool hasSchema(Connection& connection);

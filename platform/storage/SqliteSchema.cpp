@@ -58,9 +58,8 @@ void useWriteAheadLog(Connection& connection) {
     }
 }
 
-}  // namespace
-
-bool hasSchema(Connection& connection) {
+/// The marks are read within one transaction: another process may be setting them.
+bool marksAreOurs(Connection& connection) {
     std::int64_t application = askNumber(connection, "PRAGMA application_id");
     std::int64_t version = askNumber(connection, "PRAGMA user_version");
     if (application == applicationId && version == schemaVersion) return true;
@@ -75,10 +74,17 @@ bool hasSchema(Connection& connection) {
     throw Error(Fault::damaged, "the file is a database of something else");
 }
 
+}  // namespace
+
+bool hasSchema(Connection& connection) {
+    ReadTransaction transaction(connection);
+    return marksAreOurs(connection);
+}
+
 void makeSchema(Connection& connection) {
     useWriteAheadLog(connection);
     WriteTransaction transaction(connection);
-    if (hasSchema(connection)) return;
+    if (marksAreOurs(connection)) return;
     connection.execute(tables);
     connection.execute(("PRAGMA application_id=" + std::to_string(applicationId)).c_str());
     connection.execute(("PRAGMA user_version=" + std::to_string(schemaVersion)).c_str());
