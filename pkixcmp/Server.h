@@ -50,8 +50,11 @@ public:
     /// The same for an existing certificate, which is treated as a cross request.
     void CertReqCert_PreProcess(const CACMPT_BLOB& encoded, CertificateInfo* certificate);
     void CertReqCert_PreProcess(const CACMPT_BLOB& encoded, CertificateInfo* certificate, int);
-    /// Gives the certificate its serial number, signs it and forms the signed reply. Takes the next
-    /// number from "certnum" and writes it back.
+    /// Gives the certificate its serial number, signs it and forms the signed reply. Any number of
+    /// processes may issue from one CA: "certnum" is counted on in one step when all that can
+    /// refuse the request has been tried, so no number is given out twice. A failure leaves
+    /// "certnum" as it was; a process that dies before the reply, or whose signature fails while
+    /// another one issues, leaves a number unused.
     void CertReqMessage_Process(CertificateInfo* certificate, CACMPT_BLOB& reply);
     /// The same with the "certnum" text in the caller's hands: `certnum` has room for 128
     /// characters.
