@@ -123,31 +123,37 @@ TEST_F(Decoding, UnusableRequestsAreRefused) {
         CACMPT_BLOB der;
         const char* failure;
     } cases[] = {
-        {message(ASN1T_PKIBody::T_ir, empty(requests)), "decode: empty ASN1T_CertReqMessages"},
-        {message(ASN1T_PKIBody::T_kur, two(requests)), "decode: multiple ASN1T_CertReqMessages"},
-        {message(ASN1T_PKIBody::T_ccr, empty(requests)), "decode: empty ASN1T_CertReqMessages"},
-        {message(ASN1T_PKIBody::T_rr, empty(revocations)), "decode: empty ASN1T_RevReqContent"},
-        {message(ASN1T_PKIBody::T_rr, two(revocations)), "decode: multiple ASN1T_RevReqContent"},
+        {message(ASN1T_PKIBody::T_ir, empty(requests)),
+         "Asn1DecodeException empty ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_kur, two(requests)),
+         "Asn1DecodeException multiple ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_ccr, empty(requests)),
+         "Asn1DecodeException empty ASN1T_CertReqMessages"},
+        {message(ASN1T_PKIBody::T_rr, empty(revocations)),
+         "Asn1DecodeException empty ASN1T_RevReqContent"},
+        {message(ASN1T_PKIBody::T_rr, two(revocations)),
+         "Asn1DecodeException multiple ASN1T_RevReqContent"},
         {message(ASN1T_PKIBody::T_cr, empty(requests)),
-         "decode: unsupported ASN1C_PKIMessage message type"},
+         "Asn1DecodeException unsupported ASN1C_PKIMessage message type"},
         {message(ASN1T_PKIBody::T_pkiconf, [](ASN1T_PKIBody&, ASN1CTXT*) {}),
-         "decode: unsupported ASN1C_PKIMessage message type"},
-        {genm({{idResume, ""}}), "decode: empty ASN1T_InfoTypeAndValue"},
-        {genm({{idChangeName, ""}}), "decode: empty ASN1T_InfoTypeAndValue"},
-        {genm({{idResume, "30023000"}}), "ca: Missing serial number"},
+         "Asn1DecodeException unsupported ASN1C_PKIMessage message type"},
+        {genm({{idResume, ""}}), "Asn1DecodeException empty ASN1T_InfoTypeAndValue"},
+        {genm({{idChangeName, ""}}), "Asn1DecodeException empty ASN1T_InfoTypeAndValue"},
+        {genm({{idResume, "30023000"}}), "CAException Missing serial number"},
     };
     for (const auto& c : cases) EXPECT_EQ(decodeFailure(c.der), c.failure);
     for (const char* bad : {"0500", "3000", "30023000"}) {
-        EXPECT_THAT(decodeFailure(genm({{idChangeName, bad}})), StartsWith("asn1: "));
+        EXPECT_THAT(decodeFailure(genm({{idChangeName, bad}})), StartsWith("Asn1Exception "));
     }
     const CACMPT_BLOB good = genm({{idChangeName, changeName}});
-    EXPECT_EQ(decodeFailure(good), "");
+    EXPECT_EQ(decodeFailure(good), "none");
     for (std::uint32_t length = 0; length < good.size; ++length) {
-        EXPECT_THAT(decodeFailure(CACMPT_BLOB(good.data, length)), StartsWith("asn1: ")) << length;
+        EXPECT_THAT(decodeFailure(CACMPT_BLOB(good.data, length)), StartsWith("Asn1Exception "))
+            << length;
     }
     EXPECT_THAT(
         decodeFailure(CACMPT_BLOB(std::string(good.view()).append("x").data(), good.size + 1)),
-        StartsWith("asn1: "));
+        StartsWith("Asn1Exception "));
 }
 
 TEST_F(Decoding, RevocationsLeaveWhatTheyLack) {
@@ -161,7 +167,8 @@ TEST_F(Decoding, RevocationsLeaveWhatTheyLack) {
     const struct {
         std::size_t digits;
         const char* failure;
-    } cases[] = {{125, ""}, {126, "decode: SerialNumber too long"}};  // 127 and 128 characters
+    } cases[] = {{125, "none"},
+                 {126, "Asn1DecodeException SerialNumber too long"}};  // 127 and 128 characters
     for (const auto& c : cases) {
         const std::string serial = "0x" + std::string(c.digits, '1');
         details.certDetails.m.serialNumberPresent = true;
@@ -222,7 +229,7 @@ TEST_F(Decoding, ReadsThePeersMessages) {
                 failure(
                     [&] { PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply); },
                     source),
-                "decode: ASN1C_PKIMessage decode failed");
+                "Asn1DecodeException ASN1C_PKIMessage decode failed");
             continue;
         }
         EXPECT_STREQ(request.SubjectPublicKey.algorithm, "1.2.840.10045.2.1");
@@ -269,9 +276,10 @@ TEST_F(Decoding, CertificatesShowWhatAPublicToolShows) {
     subject.assign(*get_server_name(der, buffer));
     EXPECT_EQ(subject, info.Subject);
     CACMPT_BLOB cut(der.data, der.size / 2);
-    EXPECT_THAT(failure([&] { get_server_name(cut, buffer); }, source), StartsWith("asn1: "));
+    EXPECT_THAT(failure([&] { get_server_name(cut, buffer); }, source),
+                StartsWith("Asn1Exception "));
     EXPECT_THAT(failure([&] { PKIXCMP_Base::Cert_Decode(cut, &info); }, source),
-                StartsWith("asn1: "));
+                StartsWith("Asn1Exception "));
 }
 
 TEST_F(Decoding, RepliesOfOtherShapes) {
@@ -292,10 +300,10 @@ TEST_F(Decoding, RepliesOfOtherShapes) {
     const struct {
         int answers, choice, id;
         const char* failure;
-    } cases[] = {{0, 0, -1, ""},
-                 {1, 0, 7, ""},
-                 {2, 0, -1, "decode: Too many answers."},
-                 {1, 2, 7, "decode: Unknown ASN1T_CertOrEncCert format."}};
+    } cases[] = {{0, 0, -1, "none"},
+                 {1, 0, 7, "none"},
+                 {2, 0, -1, "Asn1DecodeException Too many answers."},
+                 {1, 2, 7, "Asn1DecodeException Unknown ASN1T_CertOrEncCert format."}};
     for (const auto& c : cases) {
         CertificateInfo info;
         const CACMPT_BLOB der = reply(c.answers, c.choice);
@@ -345,9 +353,10 @@ TEST_F(Decoding, ErrorsGoOutSignedAndComeBack) {
                  content.pKIStatusInfo.m.failInfoPresent ||
                  content.pKIStatusInfo.m.statusStringPresent);
     bare.RecipientGeneralName[0] = L'\0';
-    EXPECT_EQ(failure([&] { sent(bare); }, source), "decode: RecipientGeneralName not specified");
+    EXPECT_EQ(failure([&] { sent(bare); }, source),
+              "Asn1DecodeException RecipientGeneralName not specified");
     EXPECT_EQ(failure([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(genm({}), &read); }, source),
-              "decode: ASN1C_PKIMessage decode failed");
+              "Asn1DecodeException ASN1C_PKIMessage decode failed");
 }
 
 // Objects of other implementations, where they are at hand: a decoder reads one or says why not.
@@ -374,7 +383,9 @@ TEST_F(DecodingSamples, MessagesAndCertificatesAreOfOneKind) {
             RequestInfo request;
             CertificateInfo reply, certificate;
             ErrorMsgInfo error;
-            const auto reads = [](const auto& decode) { return failure(decode).empty() ? 1u : 0u; };
+            const auto reads = [](const auto& decode) {
+                return failure(decode) == "none" ? 1u : 0u;
+            };
             const unsigned int kinds =
                 reads([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); }) +
                 reads([&] { PKIXCMP_Base::CertRepMessage_Decode(der, &reply); }) +
@@ -396,17 +407,17 @@ TEST_F(DecodingSamples, Pkcs10RequestsComeInMessages) {
         const CACMPT_BLOB der = readFile(path);
         CACMPT_ASN1BERDecodeBuffer buffer;
         ASN1T_CertificationRequest request;
-        if (!failure([&] { asn1DecodeRecord(buffer, der, request); }).empty()) continue;
+        if (failure([&] { asn1DecodeRecord(buffer, der, request); }) != "none") continue;
         const CACMPT_BLOB sent = message(
             ASN1T_PKIBody::T_p10cr, [&](ASN1T_PKIBody& out, ASN1CTXT*) { out.u.p10cr = &request; });
         RequestInfo info;
         const std::string said = failure([&] { PKIXCMP_Base::CertReqMessage_Decode(sent, &info); });
-        if (said.empty()) {
+        if (said == "none") {
             EXPECT_EQ(info.RawRequest, sent) << path;
             EXPECT_EQ(info.RequestSignature.size, request.signature.numocts()) << path;
             EXPECT_EQ(info.Subject, asn1EncodeRecord(request.certificationRequestInfo.subject));
         } else {
-            EXPECT_THAT(said, StartsWith("asn1: ")) << path;
+            EXPECT_THAT(said, StartsWith("Asn1Exception ")) << path;
         }
     }
 }

@@ -3,6 +3,8 @@
 
 namespace {
 
+using testing::StartsWith;
+
 // A signer of each kind of key, and what one can sign.
 struct Signer {
     const char* name;
@@ -162,25 +164,29 @@ TEST_F(Protection, WrongSignaturesAndAlgorithmsAreFalse) {
     ASN1T_SubjectPublicKeyInfo unknown = info.subjectPKInfo;
     unknown.algorithm.algorithm = id_kp_serverAuth;
     EXPECT_FALSE(verified(request.signature, own, unknown));
-    EXPECT_EQ(failure([&] { SimpleCryptProv{unknown.algorithm}; }, "capilite/EncodeAnd"), "crypt");
-    EXPECT_EQ(failure([&] { SimpleCryptProv{0x7777u}; }, "capilite/EncodeAnd"), "crypt");
+    EXPECT_EQ(failure([&] { SimpleCryptProv{unknown.algorithm}; }, "capilite/EncodeAnd"),
+              "CryptException 80092004");
+    EXPECT_THAT(failure([&] { SimpleCryptProv{0x7777u}; }, "capilite/EncodeAnd"),
+                StartsWith("CryptException "));
     EXPECT_EQ(failure([&] { lSimpleCryptProv{unknown.algorithm}; }, "pkixcmp/RI_DecodeAndVerify"),
-              "crypt");
+              "CryptException 80092004");
     ASN1T_SubjectPublicKeyInfo broken = info.subjectPKInfo;
     broken.subjectPublicKey.numbits -= 8;
-    EXPECT_EQ(failure([&] { verified(request.signature, own, broken); }), "crypt");
+    EXPECT_THAT(failure([&] { verified(request.signature, own, broken); }),
+                StartsWith("CryptException "));
 }
 
 TEST_F(Protection, NothingIsSignedWithoutAKey) {
     ASN1T_PKIMessage message = makeMessage();
     for (unsigned long long provider : {0ull, 12345ull}) {
-        EXPECT_EQ(failure([&] { ASN1CMPMessage_Sign(message, buffer, provider, 2, {}); }), "crypt");
+        EXPECT_THAT(failure([&] { ASN1CMPMessage_Sign(message, buffer, provider, 2, {}); }),
+                    StartsWith("CryptException "));
     }
-    EXPECT_EQ(failure([&] { ASN1CMPMessage_Sign(message, buffer, key(0), AT_KEYEXCHANGE, {}); }),
-              "crypt");
+    EXPECT_THAT(failure([&] { ASN1CMPMessage_Sign(message, buffer, key(0), AT_KEYEXCHANGE, {}); }),
+                StartsWith("CryptException "));
     message.header.sender.t = 77;
     EXPECT_THAT(failure([&] { ASN1CMPMessage_Sign(message, buffer, key(0), 2, {}); }),
-                testing::StartsWith("asn1: "));
+                StartsWith("Asn1Exception "));
 }
 
 TEST(SignatureBytes, AreReversedForTheProvider) {
@@ -200,7 +206,7 @@ TEST(SignatureBytes, AreReversedForTheProvider) {
         EXPECT_EQ(failure([&] {
                       ASN1SignatureToBlob(out, {bits, bytes}, 1);
                   }),
-                  "decode: signature too long");
+                  "Asn1DecodeException signature too long");
     }
 }
 
@@ -255,7 +261,7 @@ TEST_F(Protection, ExtraCertificatesFollowThoseInTheMessage) {
     EXPECT_EQ(extras({}), std::list<CACMPT_BLOB>());
     EXPECT_EQ(extras({issued}), std::list{issued});  // those removed stay removed
     CACMPT_BLOB cut(issued.data, issued.size - 1);
-    EXPECT_THAT(failure([&] { extras({issued, cut}); }), testing::StartsWith("asn1: "));
+    EXPECT_THAT(failure([&] { extras({issued, cut}); }), StartsWith("Asn1Exception "));
 }
 
 TEST_F(Protection, ProofsCoverTheTemplate) {
@@ -278,15 +284,18 @@ TEST_F(Protection, OtherProofsAreRefused) {
         const char* failure;
         void (*change)(ASN1T_CertReqMsg&);
     } cases[] = {
-        {"decode: no proof-of-posession", [](ASN1T_CertReqMsg& m) { m.m.popoPresent = false; }},
+        {"Asn1DecodeException no proof-of-posession",
+         [](ASN1T_CertReqMsg& m) { m.m.popoPresent = false; }},
         {"false", [](ASN1T_CertReqMsg& m) { m.popo.t = ASN1T_ProofOfPossession::T_raVerified; }},
-        {"decode: unsupported proof-of-posession", [](ASN1T_CertReqMsg& m) { m.popo.t = 3; }},
-        {"decode: unsupported proof-of-posession", [](ASN1T_CertReqMsg& m) { m.popo.t = 4; }},
-        {"decode: proof-of-posession missing public key or subject DN",
+        {"Asn1DecodeException unsupported proof-of-posession",
+         [](ASN1T_CertReqMsg& m) { m.popo.t = 3; }},
+        {"Asn1DecodeException unsupported proof-of-posession",
+         [](ASN1T_CertReqMsg& m) { m.popo.t = 4; }},
+        {"Asn1DecodeException proof-of-posession missing public key or subject DN",
          [](ASN1T_CertReqMsg& m) { m.certReq.certTemplate.m.subjectPresent = false; }},
-        {"decode: proof-of-posession missing public key or subject DN",
+        {"Asn1DecodeException proof-of-posession missing public key or subject DN",
          [](ASN1T_CertReqMsg& m) { m.certReq.certTemplate.m.publicKeyPresent = false; }},
-        {"decode: proof-of-posession invalid public key algorithm",
+        {"Asn1DecodeException proof-of-posession invalid public key algorithm",
          [](ASN1T_CertReqMsg& m) {
              m.certReq.certTemplate.publicKey.algorithm.algorithm = id_kp_serverAuth;
          }},
@@ -297,7 +306,7 @@ TEST_F(Protection, OtherProofsAreRefused) {
         c.change(message);
         std::string result =
             failure([&] { EXPECT_FALSE(VerifyProofOfPosession(key(0), buffer, message)); });
-        EXPECT_EQ(result.empty() ? "false" : result, c.failure);
+        EXPECT_EQ(result == "none" ? "false" : result, c.failure);
     }
 }
 
