@@ -89,8 +89,9 @@ void CACMPT_AttributeTypeAndValue::decode(const CACMPT_BLOB& encoded) {
 
 void ASN1T_AttributeTypeAndValue_traits::set(ASN1CTXT* ctxt, record_type& target,
                                              const value_type& source) {
-    ASN1OBJID type = str2oid(source.get_type().c_str());
-    if (rtSetOID(ctxt, &target.type, &type) < 0) PKIXCMP_THROW(Asn1Exception, rtErrGetText(ctxt));
+    if (str2oid(ctxt, source.get_type().c_str(), &target.type)) {
+        PKIXCMP_THROW(Asn1Exception, rtErrGetText(ctxt));
+    }
     const CACMPT_BLOB& value = source.get_value();
     const std::uint8_t* bytes = rtCopyBytes(ctxt, value.data, value.size);
     if (bytes == nullptr && value.size != 0) PKIXCMP_THROW(CAException, "out of memory");

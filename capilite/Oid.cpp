@@ -5,6 +5,7 @@
 
 #include "capilite/Ascii.h"
 #include "capilite/CAException.h"
+#include "platform/asn1/ObjectIdentifier.h"
 #include "platform/asn1/Runtime.h"
 
 namespace {
@@ -46,6 +47,23 @@ bool str2oid(const char* text, ASN1OBJID* oid) {
         if (!readArc(++text, *oid)) return failed;
     }
     return *text != '\0' ? failed : !failed;
+}
+
+bool str2oid(ASN1CTXT* context, const char* text, ASN1TObjId* oid) {
+    constexpr bool failed = true;
+    std::string octets;
+    if (text != nullptr && asn1::oidFromText(text, octets)) {
+        const std::uint8_t* copy = rtCopyBytes(context, octets.data(), octets.size());
+        if (copy == nullptr) return failed;
+        *oid = ASN1TObjId(static_cast<std::uint32_t>(octets.size()), copy);
+        return !failed;
+    }
+    ASN1OBJID arcs;  // text in one of the other forms
+    if (str2oid(text, &arcs)) {
+        context->setError(ASN_E_INVVAL, "text is no object identifier", 0);
+        return failed;
+    }
+    return rtSetOID(context, oid, &arcs) < 0;
 }
 
 ASN1OBJID str2oid(const char* text) {

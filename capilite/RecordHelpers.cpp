@@ -36,8 +36,7 @@ const std::uint8_t* copyBytes(ASN1CTXT* context, const void* bytes, std::size_t 
 /// Sets identifier and parameters; no parameters leave the field absent.
 void fillAlgorithm(ASN1CTXT* context, ASN1T_AlgorithmIdentifier& record, const char* oidText,
                    const unsigned char* parameters, std::uint32_t length) {
-    ASN1OBJID oid;
-    if (str2oid(oidText, &oid) || rtSetOID(context, &record.algorithm, &oid) < 0) {
+    if (str2oid(context, oidText, &record.algorithm)) {
         PKIXCMP_THROW(Asn1DecodeException, "str2oid failed");
     }
     if (parameters == nullptr || length == 0) return;

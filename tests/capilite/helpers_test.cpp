@@ -231,6 +231,31 @@ TEST(Oid, FromText) {
     EXPECT_TRUE(str2oid(nullptr, &oid));
 }
 
+// Identifiers of registered trees that hold a UUID (X.667) have arcs of 128 bits.
+TEST(Oid, EncodedFormHoldsArcsOfAnySize) {
+    const std::string uuid = "2.25.329800735698586629295641978511506172918";
+    struct {
+        std::string text;
+        std::string back;  // empty: refused
+    } const cases[] = {
+        {uuid, uuid},
+        {"2.5.4.3", "2.5.4.3"},
+        {" 2 . 0x5 ", "2.5"},
+        {"1", ""},
+        {"1.40", ""},
+        {"3.1", ""},
+        {"x", ""},
+        {"", ""},
+    };
+    for (const auto& c : cases) {
+        ASN1CtxtRef ctxt;
+        ASN1TObjId oid;
+        EXPECT_EQ(str2oid(ctxt.get(), c.text.c_str(), &oid), c.back.empty()) << c.text;
+        EXPECT_EQ(c.back.empty() ? "" : rtOidToString(oid), c.back);
+        EXPECT_NE(c.back.empty(), ctxt->errorCode() == 0) << c.text;
+    }
+}
+
 TEST(Oid, ToText) {
     std::string text = "old";
     ASN1OBJID oid = str2oid("2.5.29.32.0");

@@ -336,6 +336,8 @@ TEST(Name, FromTextAndBack) {
         {L"CN=a\\,b", 0, 0, L"CN=\"a,b\""},
         {L"CN=\"x=y\",O=\"<>\",L=#012", 0, 0, L"CN=\"x=y\", O=\"<>\", L=\"#012\""},
         {L"2.5.4.24=12", 0, 0, L"=12"},  // an empty register name
+        {L"2.25.329800735698586629295641978511506172918=#00", 0, 0,
+         L"2.25.329800735698586629295641978511506172918=\"#040100\""},
         {L"1.2.3=#0102", 0, 0, L"1.2.3=\"#04020102\""},
         {L"Фамилия=x", 0, 0, L"80092023 at 0"},
         {L"SN=Иванов\\;, G=Пётр", 0, 0, L"SN=\"Иванов;\", G=Пётр"},
@@ -359,6 +361,10 @@ TEST(Name, FromTextAndBack) {
     };
     for (const auto& c : cases) {
         EXPECT_EQ(reread(c.text, c.in, c.out), c.result) << tostring(c.text);
+        if (std::wstring_view(c.result).starts_with(L"8009")) continue;
+        CACMPT_Name name(c.text, c.in), back;
+        back.decode(name.encode());
+        EXPECT_EQ(back.toString(c.out), c.result) << tostring(c.text);
     }
 }
 
