@@ -95,7 +95,6 @@ void signHash(Hash& hash, DWORD spec, BYTE* signature, DWORD* length) {
     require(length != nullptr, ERROR_INVALID_PARAMETER);
     const ProviderContext& context = *hash.context();
     Container& container = context.container();
-    require(hash.algorithm().signs, NTE_BAD_ALGID);
     const std::size_t longest = container.publicKey(spec)->longestSignature();
     if (signature == nullptr || *length < longest) {
         return giveBytes(nullptr, longest, signature, length);

@@ -269,7 +269,6 @@ TEST_F(ProviderContainer, KeepsTheCertificateOfItsKey) {
         {"another key's", foreign, NTE_BAD_KEY},
         {"no sequence", {0x04, 0x00}, NTE_BAD_DATA},
         {"indefinite length", {0x30, 0x80, 0, 0, 0}, NTE_BAD_DATA},
-        {"length not minimal", {0x30, 0x81, 2, 5, 0}, NTE_BAD_DATA},
         {"length of four octets", {0x30, 0x84, 0x7F, 0xFF, 0xFF, 0xFF}, NTE_BAD_DATA},
         {"empty", {0x30, 0x00}, NTE_BAD_DATA},
         {"no certificate", {0x30, 0x02, 0x05, 0x00}, NTE_BAD_DATA},
@@ -452,6 +451,20 @@ TEST_F(ProviderContainer, DamagedKeysAreNeverUsed) {
         writeFile(pem, content);
         EXPECT_THAT(sign(Context(name, PROV_ECDSA_P256, 0), "text"), IsEmpty());
         EXPECT_EQ(GetLastError(), NTE_KEYSET_ENTRY_BAD);
+    }
+}
+
+TEST_F(ProviderContainer, KeysAreOverwrittenBeforeTheyGo) {
+    const char* name = "\\\\.\\DISK\\w";
+    const Context made(name, PROV_ECDSA_P256, CRYPT_NEWKEYSET);
+    for (const bool removed : {false, true}) {
+        ASSERT_TRUE(generate(made));
+        const auto pem = onlyFile(container("DISK", "w"), ".pem");
+        const auto seen = file(pem.filename().string());
+        std::filesystem::create_hard_link(pem, seen);
+        EXPECT_TRUE(removed ? acquire(name, CRYPT_DELETEKEYSET) == ERROR_SUCCESS
+                            : setPin(made, PP_CHANGE_AUTH, "1234"));
+        EXPECT_THAT(readFile(seen), ::testing::Each(0)) << removed;
     }
 }
 

@@ -1,6 +1,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include "ProviderFixture.h"
 #include "platform/crypt/Container.h"
@@ -192,6 +194,25 @@ TEST_F(ProviderCrash, WhileRemoved) {
     };
     stopEverywhere([&] { makeContainer(); }, [](const auto& at) { Container::remove(at); }, check,
                    "whole", "absent");
+}
+
+// Whoever waits for the lock of a container that goes meanwhile finds none, not a ghost.
+TEST_F(ProviderCrash, RemovedWhileWaitedFor) {
+    makeContainer();
+    auto held = provider::Folder::open(place.path(), provider::Folder::Lock::exclusive);
+    DWORD code = ERROR_SUCCESS;
+    std::thread waiting([&] {
+        try {
+            Container::open(place, type);
+        } catch (const provider::Failure& failure) {
+            code = failure.code;
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::filesystem::rename(place.path(), file("elsewhere"));
+    held.reset();
+    waiting.join();
+    EXPECT_EQ(code, NTE_BAD_KEYSET);
 }
 
 }  // namespace

@@ -90,6 +90,10 @@ TEST_F(ProviderHandle, ReferencesAreCounted) {
     EXPECT_EQ(textParameter(handle, PP_NAME), "PKIXCMP RSA Provider");
     EXPECT_TRUE(CryptReleaseContext(handle, 0));
     EXPECT_EQ(codeOf(CryptReleaseContext(handle, 0)), ERROR_INVALID_HANDLE);
+    // The slot serves again, the number does not.
+    const Context next(nullptr, PROV_RSA, CRYPT_VERIFYCONTEXT);
+    EXPECT_EQ(codeOf(CryptReleaseContext(handle, 0)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(textParameter(next, PP_NAME), "PKIXCMP RSA Provider");
 }
 
 TEST_F(ProviderHandle, DefaultContextIsOneAProcess) {

@@ -242,6 +242,13 @@ TEST_F(ProviderSignature, BadPublicKeysAreRefused) {
                      k.bits[k.bits.size() - 2] = 1;
                  }),
          NTE_BAD_KEY},
+        {"length not minimal",
+         changed(rsa,
+                 [](auto& k) {
+                     k.bits.insert(k.bits.end() - 4, 0x81);
+                     k.bits[3] += 1;
+                 }),
+         NTE_BAD_KEY},
         {"bytes behind", changed(rsa, [](auto& k) { k.bits.push_back(0); }), NTE_BAD_KEY},
         {"cut off", changed(rsa, [](auto& k) { k.bits.resize(100); }), NTE_BAD_KEY},
         {"small modulus", changed(rsa, [](auto& k) { k.bits = {0x30, 6, 2, 1, 5, 2, 1, 3}; }),
