@@ -123,10 +123,11 @@ BENCHMARK(settingUpdate)->UseRealTime();
 
 void objectByHash(benchmark::State& state) {
     home();
+    const std::filesystem::path folder = support::userHome();
     int i = 0;
     for (auto _ : state) {
         storage::Bytes hash = hashOf(i = (i + 7919) % objects);
-        storage::Access held = storage::openForReading(support::userHome());
+        storage::Access held = storage::openForReading(folder);
         auto page = held.stores().find(
             {"My", storage::ObjectKind::certificate, storage::SearchBy::hash, hash}, 0, 4);
         if (page.objects.size() != 1) state.SkipWithError("find");
@@ -136,11 +137,12 @@ BENCHMARK(objectByHash);
 
 void walkOfAll(benchmark::State& state) {
     home();
+    const std::filesystem::path folder = support::userHome();
     for (auto _ : state) {
         std::int64_t after = 0;
         std::size_t count = 0;
         for (storage::Page page{{}, true}; page.more;) {
-            storage::Access held = storage::openForReading(support::userHome());
+            storage::Access held = storage::openForReading(folder);
             page = held.stores().find(
                 {"My", storage::ObjectKind::certificate, storage::SearchBy::any, noBytes}, after,
                 64);

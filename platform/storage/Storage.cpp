@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <mutex>
@@ -25,12 +26,16 @@ namespace {
 
 constexpr const char* fileName = "pkixcmp.db";
 constexpr std::size_t keptFolders = 8;
+constexpr auto lookInterval = std::chrono::milliseconds(10);
+
+using Clock = std::chrono::steady_clock;
 
 /// A thread's connection to the database of a folder.
 struct Folder {
     std::filesystem::path path;
     std::filesystem::path file;
-    pid_t process = 0;
+    unsigned generation = 0;   // of the process that opened the connection
+    Clock::time_point looked;  // when the file was last seen to be the one opened
     struct stat identity = {};
     std::unique_ptr<sqlite::Connection> connection;
     std::unique_ptr<Settings> settings;
@@ -40,7 +45,8 @@ struct Folder {
     ~Folder() { close(); }
     void close();
     bool isOpen() const { return connection != nullptr; }
-    void dropIfStale();
+    void dropIfStale(bool writing);
+    bool identify();
     void connect(bool writing);
 };
 
@@ -63,10 +69,12 @@ struct Process {
     std::vector<ThreadState*> threads;
     std::mutex opening;  // a file is made and closed again: that must not meet an open of the same
     std::atomic<bool> forking = false;
+    std::atomic<unsigned> generation = 0;  // forks between this process and the first
 
-    Process() { ::pthread_atfork(beforeFork, afterFork, afterFork); }
+    Process() { ::pthread_atfork(beforeFork, afterFork, inChild); }
     static void beforeFork();
     static void afterFork();
+    static void inChild();
 };
 
 Process& process() {
@@ -102,6 +110,11 @@ void Process::afterFork() {
     self.lock.unlock();
 }
 
+void Process::inChild() {
+    ++process().generation;
+    afterFork();
+}
+
 ThreadState::ThreadState() {
     std::lock_guard guard(process().lock);
     process().threads.push_back(this);
@@ -127,16 +140,21 @@ Folder& ThreadState::folder(const std::filesystem::path& path) {
 void Folder::close() {
     stores.reset();
     settings.reset();
-    if (connection != nullptr && process != ::getpid()) connection->abandon();
+    if (connection != nullptr && generation != process().generation) connection->abandon();
     connection.reset();
 }
 
-/// Closes a connection that is another process's, or whose file was removed or replaced.
-void Folder::dropIfStale() {
+/// Closes a connection that is another process's, or whose file was removed or replaced. A read
+/// does not look at the file each time: that would double its cost.
+void Folder::dropIfStale(bool writing) {
     if (!isOpen()) return;
-    struct stat now = {};
-    if (process != ::getpid() || ::stat(file.c_str(), &now) != 0 || now.st_ino != identity.st_ino ||
-        now.st_dev != identity.st_dev) {
+    if (generation != process().generation) return close();
+    Clock::time_point now = Clock::now();
+    if (!writing && now - looked < lookInterval) return;
+    looked = now;
+    struct stat present = {};
+    if (::stat(file.c_str(), &present) != 0 || present.st_ino != identity.st_ino ||
+        present.st_dev != identity.st_dev) {
         close();
     }
 }
@@ -150,7 +168,12 @@ void Folder::dropIfStale() {
 
 /// Makes an empty file for its owner alone, lasting once this returns.
 void makeFile(const std::filesystem::path& file) {
-    int made = ::open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+    int made = ::open(file.c_str(), flags, 0600);
+    if (made < 0 && errno == ENOENT) {
+        makeFolder(file.parent_path());
+        made = ::open(file.c_str(), flags, 0600);
+    }
     if (made < 0) {
         if (errno == EEXIST) return;
         failFile(file, errno);
@@ -162,13 +185,18 @@ void makeFile(const std::filesystem::path& file) {
     ::close(folder);
 }
 
+/// False when there is no file.
+bool Folder::identify() {
+    if (::stat(file.c_str(), &identity) == 0) return true;
+    if (errno != ENOENT && errno != ENOTDIR) failFile(file, errno);
+    return false;
+}
+
 void Folder::connect(bool writing) {
-    std::lock_guard guard(storage::process().opening);
+    if (!writing && !identify()) return;
+    std::lock_guard guard(process().opening);
     if (writing) makeFile(file);
-    if (::stat(file.c_str(), &identity) != 0) {
-        if (errno == ENOENT || errno == ENOTDIR) return;
-        failFile(file, errno);
-    }
+    if (!identify()) return;
     auto opened = std::make_unique<sqlite::Connection>(file);
     if (!sqlite::hasSchema(*opened)) {
         if (!writing) return;
@@ -177,7 +205,8 @@ void Folder::connect(bool writing) {
     settings = sqlite::makeSettings(*opened);
     stores = sqlite::makeStores(*opened);
     connection = std::move(opened);
-    process = ::getpid();
+    generation = process().generation;
+    looked = Clock::now();
 }
 
 }  // namespace
@@ -190,7 +219,7 @@ public:
         if (process().forking) std::lock_guard wait(process().lock);
         lock_ = std::unique_lock(thread_.inUse);
         folder_ = &thread_.folder(path);
-        folder_->dropIfStale();
+        folder_->dropIfStale(writing);
         if (!folder_->isOpen()) folder_->connect(writing);
         thread_.holding = true;
     }
@@ -209,6 +238,12 @@ private:
     Folder* folder_ = nullptr;
     int exceptions_ = std::uncaught_exceptions();
 };
+
+void makeFolder(const std::filesystem::path& folder) {
+    if (folder.empty() || ::access(folder.c_str(), F_OK) == 0) return;
+    if (folder.parent_path() != folder) makeFolder(folder.parent_path());
+    ::mkdir(folder.c_str(), 0700);
+}
 
 Access::Access() = default;
 Access::Access(std::unique_ptr<Holder> holder) : holder_(std::move(holder)) {}

@@ -163,9 +163,14 @@ private:
     std::unique_ptr<Holder> holder_;
 };
 
-/// Empty when nothing was ever written to the folder.
+/// Makes a folder and those above it that are missing, each for its owner alone. What cannot be
+/// made shows when a file in it is opened.
+void makeFolder(const std::filesystem::path& folder);
+
+/// Empty when nothing was ever written to the folder. A state that was removed or replaced under a
+/// running process is noticed by its next write, and by reads within a hundredth of a second.
 Access openForReading(const std::filesystem::path& folder);
-/// Makes the state (mode 0600) when it is missing; never empty.
+/// Makes the state (mode 0600) and its folder when they are missing; never empty.
 Access openForWriting(const std::filesystem::path& folder);
 
 }  // namespace storage

@@ -1,13 +1,13 @@
 #include "platform/support/Home.h"
 
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <string>
-#include <system_error>
 #include <vector>
+
+#include "platform/support/State.h"
 
 namespace support {
 
@@ -31,35 +31,49 @@ std::filesystem::path personalFolder() {
     return "/";
 }
 
-/// Makes the folder and those above it that are missing, each for its owner alone. What cannot be
-/// made shows when a file in it is opened.
-void makeFolder(const std::filesystem::path& folder) {
-    std::error_code ignored;
-    if (folder.empty() || std::filesystem::exists(folder, ignored)) return;
-    if (folder.parent_path() != folder) makeFolder(folder.parent_path());
-    ::mkdir(folder.c_str(), 0700);
-}
-
-std::filesystem::path made(std::filesystem::path folder) {
-    if (::access(folder.c_str(), F_OK) != 0) makeFolder(folder);
-    return folder;
-}
-
-std::filesystem::path userFolder() {
-    if (auto home = environmentPath("PKIXCMP_HOME"); !home.empty()) return home / "user";
+std::filesystem::path nameUserHome(const char* home) {
+    if (*home != 0) return std::filesystem::path(home) / "user";
     if (auto data = environmentPath("XDG_DATA_HOME"); !data.empty()) return data / "pkixcmp";
     return personalFolder() / ".local/share/pkixcmp";
 }
 
-std::filesystem::path machineFolder() {
-    if (auto home = environmentPath("PKIXCMP_HOME"); !home.empty()) return home / "machine";
+std::filesystem::path nameMachineHome(const char* home) {
+    if (*home != 0) return std::filesystem::path(home) / "machine";
     return "/var/lib/pkixcmp";
 }
 
+/// The names last worked out, kept as long as the variable says the same: settings ask on every
+/// call. Without the variable nothing is kept.
+struct Named {
+    std::string variable;
+    std::filesystem::path user, machine;
+
+    void update() {
+        const char* home = std::getenv("PKIXCMP_HOME");
+        if (home == nullptr) home = "";
+        if (*home != 0 && variable == home) return;
+        user = nameUserHome(home);
+        machine = nameMachineHome(home);
+        variable = home;
+    }
+};
+
 }  // namespace
 
-std::filesystem::path userHome() { return made(userFolder()); }
+const std::filesystem::path& home(Side side) {
+    thread_local Named named;
+    named.update();
+    return side == Side::user ? named.user : named.machine;
+}
 
-std::filesystem::path machineHome() { return made(machineFolder()); }
+std::filesystem::path userHome() {
+    storage::makeFolder(home(Side::user));
+    return home(Side::user);
+}
+
+std::filesystem::path machineHome() {
+    storage::makeFolder(home(Side::machine));
+    return home(Side::machine);
+}
 
 }  // namespace support

@@ -1,10 +1,6 @@
 #include "platform/support/State.h"
 
-#include "platform/support/Home.h"
-
 namespace support {
-
-std::filesystem::path home(Side side) { return side == Side::user ? userHome() : machineHome(); }
 
 storage::Access openForReading(Side side, const std::filesystem::path& folder) {
     try {

@@ -10,7 +10,9 @@ namespace support {
 
 enum class Side { user, machine };
 
-std::filesystem::path home(Side side);
+/// As `userHome` and `machineHome`, but only named: nothing is made. The name holds until this
+/// thread asks again.
+const std::filesystem::path& home(Side side);
 
 /// As `storage::openForReading`, but a state of the machine that may not be read counts as empty: a
 /// user without rights on it still has their own.

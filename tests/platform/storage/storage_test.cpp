@@ -96,7 +96,8 @@ TEST(Storage, FaultsAreTold) {
     }
     TempHome home;
     EXPECT_FALSE(openForReading(home.path() / "none"));
-    EXPECT_EQ(faultOf([&] { openForWriting(home.path() / "none"); }), Fault::noRights);
+    std::ofstream(home.path() / "file").flush();
+    EXPECT_EQ(faultOf([&] { openForWriting(home.path() / "file/none"); }), Fault::noRights);
     std::filesystem::create_directories(home.path() / "pkixcmp.db");
     EXPECT_TRUE(faultOf([&] { openForReading(home.path()); }).has_value());
 }

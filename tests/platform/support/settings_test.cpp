@@ -68,6 +68,9 @@ std::vector<std::string> walk(const char* path, bool keys) {
     return names;
 }
 
+/// Reads look at the file itself only now and then.
+void waitUntilNoticed() { std::this_thread::sleep_for(std::chrono::milliseconds(15)); }
+
 TEST(Settings, EveryTypeComesBackAndNoOtherGetterTakesIt) {
     TempHome home;
     const unsigned char bytes[] = {0, 1, 0xFF};
@@ -178,6 +181,7 @@ TEST(Settings, SidesOfReadingAndWriting) {
     std::filesystem::rename(home.path() / "user", home.path() / "dropped");
     std::filesystem::rename(home.path() / "machine", home.path() / "user");
     std::filesystem::rename(home.path() / "kept", home.path() / "machine");
+    waitUntilNoticed();
     EXPECT_EQ(stringAt("\\config\\p\\v"), "user's");
     EXPECT_THAT(walk("\\config\\p", false), ElementsAre("v"));
     EXPECT_EQ(support_registry_delete_param("\\config\\p\\v"), 0);
@@ -378,6 +382,7 @@ TEST(Settings, AHomeThatIsReplacedIsNoticed) {
     TempHome home;
     ASSERT_EQ(support_registry_put_string("\\local\\v", "first"), 0);
     std::filesystem::rename(home.path() / "user", home.path() / "old");
+    waitUntilNoticed();
     EXPECT_FALSE(find("\\local\\v"));
     ASSERT_EQ(support_registry_put_string("\\local\\v", "second"), 0);
     EXPECT_EQ(stringAt("\\local\\v"), "second");
@@ -411,18 +416,19 @@ TEST(Settings, DamagedAndForeignDatabasesFailClearly) {
         TempHome home;
         // In a thread that ends, so that the file is closed and complete when it is damaged.
         std::thread([] {
-            for (int n = 0; n < 300; ++n) {
+            const std::string value(3000, 'v');  // so that a few values fill many pages
+            for (int n = 0; n < 20; ++n) {
                 std::string path = "\\local\\k\\" + std::to_string(n);
-                ASSERT_EQ(support_registry_put_string(path.c_str(), "value"), 0);
+                ASSERT_EQ(support_registry_put_string(path.c_str(), value.c_str()), 0);
             }
         }).join();
         std::filesystem::path file = home.path() / "user/pkixcmp.db";
         ASSERT_FALSE(std::filesystem::exists(home.path() / "user/pkixcmp.db-wal"));
         damages[i](file);
         TSupportRegistrySearchValue* value = nullptr;
-        EXPECT_EQ(support_registry_find("\\local\\k\\150", &value), SUPPORT_FAILED) << i;
+        EXPECT_EQ(support_registry_find("\\local\\k\\15", &value), SUPPORT_FAILED) << i;
         EXPECT_EQ(value, nullptr);
-        EXPECT_EQ(support_registry_put_long("\\local\\k\\150", 1), SUPPORT_FAILED) << i;
+        EXPECT_EQ(support_registry_put_long("\\local\\k\\15", 1), SUPPORT_FAILED) << i;
     }
 }
 
