@@ -78,6 +78,25 @@ TEST_F(ClientInstallTest, AnEnrolledClientIsFoundAgainByItsConfiguration) {
               "CryptException 80090019");
 }
 
+TEST_F(ClientInstallTest, AKeyUnderAPinOpensForWhoKnowsIt) {
+    OldWndProv owner(std::string("DISK"), "s3cret"), stranger(std::string("DISK"), "guess");
+    auto ca = makeCa();
+    std::unique_ptr<PKIXCMP_Client> client(PKIXCMP_Client::GenerateKeyPair(
+        owner, nullptr, nullptr, PROV_ECDSA_P256, "\\\\.\\DISK\\alice", 2, false));
+    const CACMPT_BLOB ir = makeIr(*client);
+    const CACMPT_BLOB key = client->Certificate;
+    client.reset();
+    EXPECT_EQ(failure([&] { PKIXCMP_Client::OpenRequest(stranger, key); }),
+              "CryptException 8010006b");
+    client.reset(PKIXCMP_Client::OpenRequest(owner, key));
+    client->CertRepMessage_Install(issue(*ca, ir), "\\local\\me");
+    client.reset();
+    EXPECT_EQ(failure([&] { PKIXCMP_Client(stranger, "\\local\\me", nullptr, 75); }),
+              "CryptException 8010006b");
+    PKIXCMP_Client again(owner, "\\local\\me", nullptr, 75);
+    EXPECT_GT(send(again, *makeRequest(REQUEST_TYPE_GET_CRL)).size, 0u);
+}
+
 TEST_F(ClientInstallTest, AFailedInstallationLeavesTheTemplate) {
     auto ca = makeCa();
     auto client = makeClient("alice");

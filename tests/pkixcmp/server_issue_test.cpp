@@ -49,6 +49,17 @@ TEST_F(ServerIssueTest, OpensslAcceptsWhatIsIssued) {
         EXPECT_THAT(print(answer),
                     AllOf(HasSubstr("DNS:b.example"), HasSubstr("X509v3 Key Usage: critical")));
     }
+    // Messages of a CMP client of other make, which finds nobody to send them to.
+    for (const std::string command : {"p10cr -csr r.der", "ir -newkey k.pem -subject /CN=peer"}) {
+        runTool("cd " + at + "; openssl cmp -config '' -server 127.0.0.1:1 -total_timeout 1 " +
+                    "-recipient /CN=Trial -ref 1 -secret pass:x -unprotected_requests " +
+                    "-certout none.pem -reqout m.der -cmd " + command + " || test -s m.der",
+                "");
+        CACMPT_BLOB message;
+        message.readFromFile((at + "/m.der").c_str());
+        EXPECT_TRUE(verifies(ca->Certificate, issue(*ca, message))) << command;
+        std::filesystem::remove(at + "/m.der");
+    }
 }
 
 TEST_F(ServerIssueTest, TheReplyIsAddressedBackAndSigned) {
