@@ -179,105 +179,87 @@ TEST_F(Decoding, RevocationsLeaveWhatTheyLack) {
 
 // What openssl asks for, with its own test server as the other side.
 TEST_F(Decoding, ReadsThePeersMessages) {
-    const std::string at = home.path();
-    const auto path = [&](const char* name) { return at + "/" + name; };
+    const std::string in = "cd " + std::string(home.path()) + "; openssl ";
     const std::string key = "-newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes ";
-    openssl("req -x509 " + key + "-keyout " + path("ca.key") + " -out " + path("ca.pem") +
-            " -subj '/CN=Mock CA'");
-    openssl("req -new " + key + "-keyout " + path("ee.key") + " -out " + path("ee.csr") +
-            " -subj '/O=Peers/CN=Peer' -addext subjectAltName=DNS:a.example "
-            "-addext keyUsage=digitalSignature");
-    openssl("x509 -req -in " + path("ee.csr") + " -CA " + path("ca.pem") + " -CAkey " +
-            path("ca.key") + " -set_serial 0x8001 -out " + path("ee.pem"));
-    openssl("x509 -in " + path("ee.pem") + " -outform DER -out " + path("ee.cer"));
+    const auto path = [&](const char* name) { return home.path() / name; };
+    runTool(in + "req -x509 " + key + "-keyout ca.key -out ca.pem -subj '/CN=Mock CA'", "");
+    runTool(in + "req -new " + key +
+                "-keyout ee.key -out ee.csr -subj /O=Peers/CN=Peer "
+                "-addext subjectAltName=DNS:a.example -addext keyUsage=digitalSignature",
+            "");
+    runTool(in + "x509 -req -in ee.csr -CA ca.pem -CAkey ca.key -set_serial 0x8001 -out ee.pem",
+            "");
+    runTool(in + "x509 -in ee.pem -outform DER -out ee.cer", "");
     const struct {
         const char* command;
         std::int32_t type;
         std::wstring subject;
         std::size_t extensions;
         bool certified;
-    } cases[] = {{"p10cr -csr CSR", REQUEST_TYPE_GET_CERTIFICATE, L"O=Peers, CN=Peer", 2, true},
-                 {"ir -newkey KEY -subject /CN=Peer -sans b.example", REQUEST_TYPE_INIT_CERTIFICATE,
-                  L"CN=Peer", 1, true},
-                 {"kur -newkey KEY", REQUEST_TYPE_UPDATE_KEY, L"O=Peers, CN=Peer", 0, true},
+    } cases[] = {{"p10cr -csr ee.csr", REQUEST_TYPE_GET_CERTIFICATE, L"O=Peers, CN=Peer", 2, true},
+                 {"ir -newkey ee.key -subject /CN=Peer -sans b.example",
+                  REQUEST_TYPE_INIT_CERTIFICATE, L"CN=Peer", 1, true},
+                 {"kur -newkey ee.key", REQUEST_TYPE_UPDATE_KEY, L"O=Peers, CN=Peer", 0, true},
                  {"rr -revreason 1", REQUEST_TYPE_REVOKE_CERTIFICATE, L"", 0, false},
                  {"genm -infotype signKeyPairTypes", REQUEST_TYPE_GEN_MSG_CONTENT, L"", 0, false}};
     for (const auto& c : cases) {
-        std::string command = c.command;
-        for (const auto& [word, name] : {std::pair("KEY", "ee.key"), std::pair("CSR", "ee.csr")}) {
-            const auto found = command.find(word);
-            if (found != command.npos) command.replace(found, 3, path(name));
-        }
-        openssl("cmp -config '' -cmd " + command + " -use_mock_srv -srv_cert " + path("ca.pem") +
-                " -srv_key " + path("ca.key") + " -srv_trusted " + path("ca.pem") + " -rsp_cert " +
-                path("ee.pem") + " -trusted " + path("ca.pem") + " -cert " + path("ee.pem") +
-                " -key " + path("ee.key") + " -oldcert " + path("ee.pem") +
-                " -recipient '/CN=Mock CA' -certout " + path("got.pem") + " -reqout " +
-                path("req.der") + " -rspout " + path("rsp.der"));
         SCOPED_TRACE(c.command);
+        runTool(
+            in +
+                "cmp -config '' -use_mock_srv -srv_cert ca.pem -srv_key ca.key -srv_trusted "
+                "ca.pem -rsp_cert ee.pem -trusted ca.pem -cert ee.pem -key ee.key -oldcert ee.pem "
+                "-recipient '/CN=Mock CA' -certout got.pem -reqout req.der -rspout rsp.der -cmd " +
+                c.command,
+            "");
         RequestInfo request;
+        CertificateInfo reply;
         PKIXCMP_Base::CertReqMessage_Decode(readFile(path("req.der")), &request);
         EXPECT_EQ(request.RequestType, c.type);
         EXPECT_EQ(request.Subject.tostring(3), c.subject);
         EXPECT_EQ(request.Extensions.size(), c.extensions);
         EXPECT_STREQ(request.SenderGeneralName, L"O=Peers, CN=Peer");
         EXPECT_EQ(request.transactionID.size, 16u);
-        EXPECT_EQ(request.sender_nonce.size, 16u);
-        CertificateInfo reply;
-        if (!c.certified) {
-            EXPECT_EQ(
-                failure(
-                    [&] { PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply); },
+        EXPECT_EQ(
+            failure([&] { PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply); },
                     source),
-                "Asn1DecodeException ASN1C_PKIMessage decode failed");
-            continue;
+            c.certified ? "none" : "Asn1DecodeException ASN1C_PKIMessage decode failed");
+        if (c.certified) {
+            EXPECT_EQ(reply.RawCertificate, readFile(path("ee.cer")));
+            EXPECT_STREQ(reply.SerialNumber, "0x08001");
+            EXPECT_EQ(reply.SubjectPublicKey.key, request.SubjectPublicKey.key);
         }
-        EXPECT_STREQ(request.SubjectPublicKey.algorithm, "1.2.840.10045.2.1");
-        PKIXCMP_Base::CertRepMessage_Decode(readFile(path("rsp.der")), &reply);
-        EXPECT_EQ(reply.RawCertificate, readFile(path("ee.cer")));
-        EXPECT_STREQ(reply.SerialNumber, "0x08001");
-        EXPECT_EQ(reply.SubjectPublicKey.key, request.SubjectPublicKey.key);
         std::filesystem::remove(path("req.der"));
         std::filesystem::remove(path("rsp.der"));
     }
 }
 
 TEST_F(Decoding, CertificatesShowWhatAPublicToolShows) {
-    const std::string at = home.path();
-    openssl("req -x509 -newkey rsa:2048 -nodes -keyout " + at +
-            "/k -subj '/C=RU/CN=X' -config " PKIXCMP_TEST_DATA
+    const std::string path = home.path() / "x.cer";
+    openssl("req -x509 -newkey rsa:2048 -nodes -keyout " + path +
+            ".key -subj /C=RU/CN=X -config " PKIXCMP_TEST_DATA
             "/messages/extensions.cnf -extensions x -set_serial 0xFF02 -days 36500"
             " -outform DER -out " +
-            at + "/x.cer");
-    const CACMPT_BLOB der = readFile(at + "/x.cer");
-    const auto shown = [&](const char* option) {
-        return openssl("x509 -inform DER -noout -in " + at + "/x.cer " + option);
-    };
+            path);
+    const CACMPT_BLOB der = readFile(path);
     CertificateInfo info;
     PKIXCMP_Base::Cert_Decode(der, &info);
     EXPECT_EQ(info.RawCertificate, der);
     EXPECT_STREQ(info.SerialNumber, "0x0ff02");
     EXPECT_EQ(info.Subject.tostring(3), L"C=RU, CN=X");
-    EXPECT_EQ(info.Issuer.tostring(3), L"C=RU, CN=X");
+    EXPECT_EQ(info.Issuer, info.Subject);
     EXPECT_STREQ(info.CertificateSignatureAlgorithm, "1.2.840.113549.1.1.11");
     EXPECT_EQ(info.CertificateSignature.size, 256u);
     EXPECT_EQ(info.NotAfter - info.NotBefore, CACMPT_Period::OneDay * 36500);  // beyond 2050
-    EXPECT_EQ(info.NotBefore.year(), CACMPT_Date::Now().year());
-    EXPECT_STREQ(info.SubjectPublicKey.algorithm, "1.2.840.113549.1.1.1");
     EXPECT_EQ(hex(info.SubjectPublicKey.parameters), "0500");
-    std::string keyId = shown("-ext subjectKeyIdentifier");
+    std::string keyId = openssl("x509 -inform DER -noout -ext subjectKeyIdentifier -in " + path);
     keyId = keyId.substr(keyId.find('\n') + 1);
-    std::erase_if(keyId, [](char c) { return c == ':' || c == ' ' || c == '\n'; });
+    std::erase_if(keyId, [](char c) { return !std::isxdigit(c); });
     EXPECT_EQ(hex(info.SubjectKeyIdentifier), keyId);
     EXPECT_EQ(hex(info.AuthorityKeyIdentifier), "0102");
-    EXPECT_EQ(info.Extensions.size(), 18u);
     CACMPT_ASN1BERDecodeBuffer buffer;
-    CACMPT_PARSED_RDN subject;
-    subject.assign(*get_server_name(der, buffer));
-    EXPECT_EQ(subject, info.Subject);
-    CACMPT_BLOB cut(der.data, der.size / 2);
-    EXPECT_THAT(failure([&] { get_server_name(cut, buffer); }, source),
-                StartsWith("Asn1Exception "));
+    EXPECT_EQ(asn1EncodeRecord(*get_server_name(der, buffer)), info.Subject);
+    const CACMPT_BLOB cut(der.data, der.size / 2);
+    EXPECT_THAT(failure([&] { get_server_name(cut, buffer); }, source), StartsWith("Asn1Exc"));
     EXPECT_THAT(failure([&] { PKIXCMP_Base::Cert_Decode(cut, &info); }, source),
                 StartsWith("Asn1Exception "));
 }
@@ -345,80 +327,58 @@ TEST_F(Decoding, ErrorsGoOutSignedAndComeBack) {
     EXPECT_TRUE(decoded->body.u.error->pKIStatusInfo.failInfo.test(14));
 
     ErrorMsgInfo bare;
+    EXPECT_EQ(failure([&] { sent(bare); }, source),
+              "Asn1DecodeException RecipientGeneralName not specified");
     std::wcscpy(bare.RecipientGeneralName, L"dn:CN=Alice");
-    std::wcscpy(bare.SenderGeneralName, L"dn:CN=Someone");
     Decoded<ASN1T_PKIMessage> small(sent(bare));
     const ASN1T_ErrorMsgContent& content = *small->body.u.error;
     EXPECT_FALSE(content.m.errorCodePresent || content.m.errorDetailsPresent ||
                  content.pKIStatusInfo.m.failInfoPresent ||
                  content.pKIStatusInfo.m.statusStringPresent);
-    bare.RecipientGeneralName[0] = L'\0';
-    EXPECT_EQ(failure([&] { sent(bare); }, source),
-              "Asn1DecodeException RecipientGeneralName not specified");
     EXPECT_EQ(failure([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(genm({}), &read); }, source),
               "Asn1DecodeException ASN1C_PKIMessage decode failed");
 }
 
 // Objects of other implementations, where they are at hand: a decoder reads one or says why not.
-class DecodingSamples : public Decoding {
-protected:
-    /// The DER files of a folder of samples.
-    static std::vector<std::filesystem::path> files(const char* folder) {
-        std::vector<std::filesystem::path> found;
-        std::error_code absent;
-        const std::filesystem::path samples = PKIXCMP_SOURCE_DIR "/../shared/samples";
-        for (const auto& entry : std::filesystem::directory_iterator(samples / folder, absent)) {
-            found.push_back(entry.path());
-        }
-        return found;
-    }
-};
-
-TEST_F(DecodingSamples, MessagesAndCertificatesAreOfOneKind) {
-    for (const char* folder : {"cmp", "certs"}) {
-        const auto paths = files(folder);
-        std::size_t read = 0;
-        for (const auto& path : paths) {
-            const CACMPT_BLOB der = readFile(path);
-            RequestInfo request;
-            CertificateInfo reply, certificate;
-            ErrorMsgInfo error;
-            const auto reads = [](const auto& decode) {
-                return failure(decode) == "none" ? 1u : 0u;
-            };
-            const unsigned int kinds =
-                reads([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); }) +
-                reads([&] { PKIXCMP_Base::CertRepMessage_Decode(der, &reply); }) +
-                reads([&] { PKIXCMP_Base::Cert_Decode(der, &certificate); }) +
-                reads([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(der, &error); });
-            EXPECT_LE(kinds, 1u) << path;
-            read += kinds;
-            if (reply.RawCertificate.size == 0) continue;
-            CertificateInfo again;
-            PKIXCMP_Base::Cert_Decode(reply.RawCertificate, &again);
-            EXPECT_STREQ(again.SerialNumber, reply.SerialNumber) << path;
-        }
-        EXPECT_GE(2 * read, paths.size()) << folder;
-    }
+std::vector<std::filesystem::path> samples(const char* folder) {
+    std::error_code absent;
+    const std::filesystem::path all = PKIXCMP_SOURCE_DIR "/../shared/samples";
+    const std::filesystem::directory_iterator begin(all / folder, absent);
+    return {begin, std::filesystem::directory_iterator()};
 }
 
-TEST_F(DecodingSamples, Pkcs10RequestsComeInMessages) {
-    for (const auto& path : files("csr")) {
+TEST_F(Decoding, SampleMessagesAreOfOneKind) {
+    std::size_t read = 0;
+    for (const auto& path : samples("cmp")) {
         const CACMPT_BLOB der = readFile(path);
+        RequestInfo request;
+        CertificateInfo reply;
+        ErrorMsgInfo error;
+        const auto reads = [](const auto& decode) { return failure(decode) == "none" ? 1u : 0u; };
+        const unsigned int kinds =
+            reads([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); }) +
+            reads([&] { PKIXCMP_Base::CertRepMessage_Decode(der, &reply); }) +
+            reads([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(der, &error); });
+        EXPECT_LE(kinds, 1u) << path;
+        read += kinds;
+    }
+    EXPECT_GE(2 * read, samples("cmp").size());
+}
+
+TEST_F(Decoding, SamplePkcs10RequestsComeInMessages) {
+    for (const auto& path : samples("csr")) {
         CACMPT_ASN1BERDecodeBuffer buffer;
         ASN1T_CertificationRequest request;
+        const CACMPT_BLOB der = readFile(path);
         if (failure([&] { asn1DecodeRecord(buffer, der, request); }) != "none") continue;
         const CACMPT_BLOB sent = message(
             ASN1T_PKIBody::T_p10cr, [&](ASN1T_PKIBody& out, ASN1CTXT*) { out.u.p10cr = &request; });
         RequestInfo info;
         const std::string said = failure([&] { PKIXCMP_Base::CertReqMessage_Decode(sent, &info); });
-        if (said == "none") {
-            EXPECT_EQ(info.RawRequest, sent) << path;
-            EXPECT_EQ(info.RequestSignature.size, request.signature.numocts()) << path;
-            EXPECT_EQ(info.Subject, asn1EncodeRecord(request.certificationRequestInfo.subject));
-        } else {
-            EXPECT_THAT(said, StartsWith("Asn1Exception ")) << path;
-        }
+        EXPECT_EQ(info.RequestSignature.size, request.signature.numocts()) << path;
+        EXPECT_EQ(info.Subject, asn1EncodeRecord(request.certificationRequestInfo.subject));
+        EXPECT_TRUE(said == "none" || said.starts_with("Asn1Exception ")) << path << said;
+        EXPECT_EQ(info.RawRequest.size, said == "none" ? sent.size : 0) << path;
     }
 }
 
