@@ -5,7 +5,7 @@
 #include "platform/asn1/asn1data.h"
 
 // Encoded values signed and signatures over them checked. The private key stays in the provider; a
-// signer is a provider handle and a key specification. The hash follows from the key. Signature
+// signer is a provider handle and a key spec. The hash follows from the key. Signature
 // bytes are reversed between provider and bit string. A wrong signature is a false result; failed
 // calls of the provider are `CryptException`, failures of the ASN.1 runtime `Asn1Exception`.
 

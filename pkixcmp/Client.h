@@ -20,8 +20,8 @@ public:
 
     /// A client without a key.
     PKIXCMP_Client(const char* providerName, unsigned int providerType);
-    /// The client whose certificate stands under "cert" at a path of the configuration tree; an empty
-    /// path gives a client without a key.
+    /// The client whose certificate stands under "cert" at a path of the configuration tree; an
+    /// empty path gives a client without a key.
     PKIXCMP_Client(WndProv& wnd, const char* configPath, const char* providerName,
                    unsigned int providerType);
     /// The client of a certificate in the store "My", or of an open request in "Request".
@@ -50,8 +50,8 @@ public:
                   unsigned long keySpec, bool flag);
     static void UpdateKeyInfo(RequestInfo* request, const CACMPT_BLOB& certificate);
 
-    /// Puts an issued certificate beside its key, into "My", and under "cert" at the path when one is
-    /// given; then removes the template from "Request".
+    /// Puts an issued certificate beside its key, into "My", and under "cert" at the path when one
+    /// is given; then removes the template from "Request".
     void CertRepMessage_Install(const CACMPT_BLOB& certificate, const char* configPath);
     /// Reads the certificate out of a certificate announcement. Checks no signature. Gives 0.
     static int CertAnnContent_DecodeAndVerify(const CACMPT_BLOB& message, CACMPT_BLOB& certificate);

@@ -11,7 +11,7 @@
 
 class WndProv;
 
-/// What client and CA share: a provider context, a key specification and the party's own
+/// What client and CA share: a provider context, a key spec and the party's own
 /// certificate, and the operations that need no more than these.
 ///
 /// Owns `ProviderName` and the library's start count; who derives from it releases
@@ -26,13 +26,14 @@ public:
     PKIXCMP_Base(const PKIXCMP_Base&) = delete;
     PKIXCMP_Base& operator=(const PKIXCMP_Base&) = delete;
 
-    std::uint32_t KeySpec = 0;       // 2 signature, 1 exchange, 0 no key
+    std::uint32_t KeySpec = 0;  // 2 signature, 1 exchange, 0 no key
     std::uint32_t ProviderType = 0;
-    char* ProviderName = nullptr;    // owned, may be null
+    char* ProviderName = nullptr;  // owned, may be null
     unsigned long long ProviderHandle = 0;
-    CACMPT_BLOB Certificate;         // DER, empty while there is none
+    CACMPT_BLOB Certificate;  // DER, empty while there is none
 
-    // Decoding. Each believes what it reads, fills the record without clearing it first and gives 0.
+    // Decoding. Each believes what it reads, fills the record without clearing it first and gives
+    // 0.
     static int CertReqMessage_Decode(const CACMPT_BLOB& message, RequestInfo* request);
     static int CertRepMessage_Decode(const CACMPT_BLOB& message, CertificateInfo* certificate);
     static int Cert_Decode(const CACMPT_BLOB& encoded, CertificateInfo* certificate);
@@ -45,9 +46,9 @@ public:
     /// A PKCS#10 request (RFC 2986) for this party's key with subject and extensions of the record;
     /// with `makeTemplate` also `CreateTemplate` in the user's store.
     void PKCS10_EncodeAndSign(RequestInfo* request, CACMPT_BLOB& out, bool makeTemplate);
-    /// The self-signed certificate, valid for a year, that ties the key to the store "Request" until
-    /// the issued one arrives. It becomes `Certificate`. The flags are those of the store: 0x10000
-    /// the user's side, 0x20000 the machine's.
+    /// The self-signed certificate, valid for a year, that ties the key to the store "Request"
+    /// until the issued one arrives. It becomes `Certificate`. The flags are those of the store:
+    /// 0x10000 the user's side, 0x20000 the machine's.
     void CreateTemplate(RequestInfo* request, unsigned int storeFlags);
 
     /// Stores the certificate beside its key in the container.
@@ -64,15 +65,17 @@ public:
                                 const char* reader, const char* container, unsigned long keySpec,
                                 bool flag, unsigned long long& provider);
 
-    // Stores by name and side (`system`: the machine's). Finding in a store that does not exist gives
-    // nothing; adding creates it.
+    // Stores by name and side (`system`: the machine's). Finding in a store that does not exist
+    // gives nothing; adding creates it.
     static void CertStore_Find(std::list<CACMPT_BLOB>& out, const wchar_t* storeName,
                                const wchar_t* issuerSubstring, const char* serial, bool system);
     static void CrlStore_Find(std::list<CACMPT_BLOB>& out, const wchar_t* storeName,
                               const wchar_t* issuerSubstring, bool system);
-    static void CertStore_Add(const wchar_t* storeName, const CACMPT_BLOB& certificate, bool system);
+    static void CertStore_Add(const wchar_t* storeName, const CACMPT_BLOB& certificate,
+                              bool system);
     /// An absent certificate is a failure.
-    static void CertStore_Del(const wchar_t* storeName, const CACMPT_BLOB& certificate, bool system);
+    static void CertStore_Del(const wchar_t* storeName, const CACMPT_BLOB& certificate,
+                              bool system);
     static void CrlStore_Add(const wchar_t* storeName, const CACMPT_BLOB& crl, bool system,
                              bool replace);
     /// An absent CRL is no failure.

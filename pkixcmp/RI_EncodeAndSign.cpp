@@ -57,7 +57,7 @@ void identify(Draft& draft, ASN1T_CertTemplate& details) {
 }
 
 /// The one CertReqMsg of an ir or kur. Its key and proof come from the provider given; `proofKey`
-/// is the key specification that the proof is made with.
+/// is the key spec that the proof is made with.
 ASN1T_CertReqMessages* certReqMessages(Draft& draft, const PKIXCMP_Base& key,
                                        std::uint32_t proofKey) {
     auto* messages = make<ASN1T_CertReqMessages>(draft.ctxt);
@@ -81,7 +81,7 @@ void putInit(Draft& draft) {
         certReqMessages(draft, draft.client, draft.client.KeySpec);
 }
 
-// The proof is made by the new key's provider under the key specification of the present key.
+// The proof is made by the new key's provider under the key spec of the present key.
 void putUpdateKey(Draft& draft) {
     if (!draft.client.NewKeyClient) PKIXCMP_THROW(Asn1DecodeException, "no private key");
     draft.body(ASN1T_PKIBody::T_kur).u.kur =

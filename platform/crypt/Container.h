@@ -62,11 +62,11 @@ public:
     /// With no question, fails as `identifier` does.
     void unlock(const PinQuestion& question);
 
-    /// The keys; NTE_NO_KEY when there is none of this specification. A private key needs the
+    /// The keys; NTE_NO_KEY when there is none of this key spec. A private key needs the
     /// container unlocked.
     std::shared_ptr<const PublicKey> publicKey(DWORD spec);
     std::shared_ptr<const PrivateKey> privateKey(DWORD spec);
-    /// Stores a key, in place of one of the same specification and its certificate.
+    /// Stores a key, in place of one of the same key spec and its certificate.
     void store(DWORD spec, std::shared_ptr<const PrivateKey> key, bool exportable);
     /// Fails with NTE_BAD_KEY for a certificate of another key, NTE_BAD_DATA for what is none.
     void storeCertificate(DWORD spec, Bytes certificate);

@@ -36,7 +36,7 @@ struct ContainerHeader {
     std::string text() const;
 
     bool pinSet() const { return !sealed.empty(); }
-    /// Null when there is no key of this specification.
+    /// Null when there is no key of this key spec.
     const StoredKey* key(DWORD spec) const;
     StoredKey* key(DWORD spec);
     /// True for a file that the header names.

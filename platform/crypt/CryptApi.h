@@ -246,10 +246,10 @@ inline constexpr std::size_t X509_ENUMERATED = 29;
 /// Opens a provider, and a container in it unless CRYPT_VERIFYCONTEXT is given. A container name is
 /// "\\.\READER\NAME"; null with CRYPT_VERIFYCONTEXT. NAME alone, or with an empty reader, means the
 /// reader VAULT for a new container and the first reader that has it for an old one. Types without
-/// readers ignore the reader. A null provider name is the default one of the type; type 0 is the type
-/// of the named provider. With CRYPT_DELETEKEYSET the container is removed and `*provider` is 0.
-/// Success sets the last error to 0. A container that has a PIN stays locked until PP_SET_AUTH or the
-/// PIN callback gives it.
+/// readers ignore the reader. A null provider name is the default one of the type; type 0 is the
+/// type of the named provider. With CRYPT_DELETEKEYSET the container is removed and `*provider` is
+/// 0. Success sets the last error to 0. A container that has a PIN stays locked until PP_SET_AUTH
+/// or the PIN callback gives it.
 PKIXCMP_API BOOL CryptAcquireContextA(HCRYPTPROV* provider, const char* container,
                                       const char* providerName, DWORD type, DWORD flags);
 PKIXCMP_API BOOL CryptReleaseContext(HCRYPTPROV provider, DWORD flags);
