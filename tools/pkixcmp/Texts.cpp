@@ -131,7 +131,7 @@ CACMPT_Date readDate(const std::string& text, const char* option) {
 }
 
 std::string dateText(const CACMPT_Date& date) {
-    char text[32];
+    char text[48];
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", date.year(), date.month(),
                   date.day(), date.hour(), date.minute(), date.second());
     return text;

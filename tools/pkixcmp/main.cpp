@@ -1,83 +1,31 @@
+#include <dlfcn.h>
+
 #include <cstdio>
 #include <cstring>
-#include <iostream>
-#include <string>
 
-#include "tools/pkixcmp/Context.h"
-#include "tools/pkixcmp/Failure.h"
-#include "tools/pkixcmp/Output.h"
-#include "tools/pkixcmp/Secrets.h"
+// The launcher. The program stands in a module beside it, which brings the library, libcrypto and
+// SQLite along: more than half of the time of a short run. The version, which scripts and monitors
+// ask for time and again, is told without them. No C++ library is used here, for the same reason.
 
 namespace {
 
-/// Asked for by scripts and monitors time and again, so it is answered before anything is set up.
-bool versionAlone(int argc, char** argv) {
-    if (argc != 2 || (std::strcmp(argv[1], "--version") != 0 && std::strcmp(argv[1], "-V") != 0)) {
-        return false;
-    }
-    std::puts("pkixcmp " PKIXCMP_VERSION);
-    return true;
-}
+using Program = int (*)(int, char**);
 
-void describe(CLI::App& app, tool::Context& context) {
-    app.description("Certificates over CMP (RFC 4210): a client, a CA, and a look into messages.");
-    app.set_version_flag("-V,--version", "pkixcmp " PKIXCMP_VERSION);
-    app.option_defaults()->always_capture_default();
-    app.add_flag("--json", context.json, "Machine-readable results on standard output");
-    app.add_flag("-v,--verbose", context.verbose, "The library's full text with a failure");
-    app.require_subcommand(1);
-    app.fallthrough();
-    app.footer(
-        "Exit codes: 0 done, 1 failed or refused, 2 usage, 3 waiting.\n"
-        "State lives in PKIXCMP_HOME when that is set, else in $XDG_DATA_HOME/pkixcmp and\n"
-        "/var/lib/pkixcmp. 'pkixcmp COMMAND --help' shows the options and examples of a command.");
-    tool::addRoot(app, context);
-    tool::addServe(app, context);
-    tool::addEnrol(app, context);
-    tool::addP10(app, context);
-    tool::addIssue(app, context);
-    tool::addReject(app, context);
-    tool::addShow(app, context);
-    tool::addConfig(app, context);
-    tool::addStore(app, context);
-    tool::addContainer(app, context);
-}
-
-int usage(const CLI::App& app, const CLI::ParseError& error, bool json) {
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-        return app.exit(error);  // help or version was asked for
+Program load() {
+    void* module = dlopen(PKIXCMP_MODULE, RTLD_LAZY | RTLD_LOCAL);
+    void* program = module != nullptr ? dlsym(module, "pkixcmp_program") : nullptr;
+    if (program == nullptr) {
+        std::fprintf(stderr, "pkixcmp: not installed whole: %s\n", dlerror());
     }
-    std::string text = error.what();
-    for (char& c : text) {
-        if (c == '\n') c = ' ';
-    }
-    return tool::printFailure(tool::UsageError(text + "; see 'pkixcmp --help'"), json, false);
-}
-
-/// Whether --json stands on a command line that could not be parsed.
-bool wantsJson(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--json") == 0) return true;
-    }
-    return false;
+    return reinterpret_cast<Program>(program);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (versionAlone(argc, argv)) return tool::exitDone;
-    tool::takeSecrets(argc, argv);
-    tool::Context context;
-    try {
-        CLI::App app("", "pkixcmp");
-        describe(app, context);
-        try {
-            app.parse(argc, argv);
-        } catch (const CLI::ParseError& error) {
-            return usage(app, error, wantsJson(argc, argv));
-        }
-        return context.command();
-    } catch (const std::exception& failure) {
-        return tool::printFailure(failure, context.json, context.verbose);
+    if (argc == 2 && (std::strcmp(argv[1], "--version") == 0 || std::strcmp(argv[1], "-V") == 0)) {
+        return std::puts("pkixcmp " PKIXCMP_VERSION) < 0;
     }
+    Program program = load();
+    return program != nullptr ? program(argc, argv) : 1;
 }
