@@ -105,14 +105,12 @@ TEST_F(Decoding, GeneralMessagesTakeTheTypeOfTheirLastKnownItem) {
 }
 
 TEST_F(Decoding, UnusableRequestsAreRefused) {
-    const auto empty = [](auto* type) {
-        return [type](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
-            body<std::remove_pointer_t<decltype(type)>>(out, ctxt);
-        };
+    const auto empty = []<class List>(List*) {
+        return [](ASN1T_PKIBody& out, ASN1CTXT* ctxt) { body<List>(out, ctxt); };
     };
-    const auto two = [](auto* type) {
-        return [type](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
-            auto& list = body<std::remove_pointer_t<decltype(type)>>(out, ctxt);
+    const auto two = []<class List>(List*) {
+        return [](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            auto& list = body<List>(out, ctxt);
             list.append(ctxt);
             list.append(ctxt);
         };
