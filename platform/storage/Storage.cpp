@@ -89,11 +89,14 @@ ThreadState& thisThread() {
 
 void Process::beforeFork() {
     Process& self = process();
+    // A thread may fork before it ever opened anything: its state is made here, before the lock
+    // is held, because making it takes the lock.
+    ThreadState& forker = thisThread();
     self.lock.lock();
     self.forking = true;
     for (ThreadState* thread : self.threads) {
         // A thread that forks in the middle of its own access keeps it; the child lets it be.
-        if (thread == &thisThread() && thread->holding) continue;
+        if (thread == &forker && thread->holding) continue;
         thread->inUse.lock();
         for (auto& folder : thread->folders) folder->close();
     }
