@@ -1,4 +1,6 @@
 #include <dlfcn.h>
+#include <limits.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -11,8 +13,29 @@ namespace {
 
 using Program = int (*)(int, char**);
 
+/// Where this program stands; the root folder when the system does not tell.
+void ownFolder(char (&folder)[PATH_MAX]) {
+    ssize_t length = readlink("/proc/self/exe", folder, sizeof folder - 1);
+    folder[length > 0 ? length : 0] = 0;
+    char* slash = std::strrchr(folder, '/');
+    std::strcpy(slash != nullptr ? slash : folder, "/");
+}
+
+/// The module stands beside the launcher in a build folder and in a folder of the library's when
+/// installed. Both are named in full, so that no search path has a say in what is run.
+void* openModule() {
+    char folder[PATH_MAX];
+    ownFolder(folder);
+    char path[2 * PATH_MAX];
+    std::snprintf(path, sizeof path, "%s%s", folder, PKIXCMP_MODULE);
+    if (access(path, F_OK) != 0) {
+        std::snprintf(path, sizeof path, "%s%s/%s", folder, PKIXCMP_MODULE_FOLDER, PKIXCMP_MODULE);
+    }
+    return dlopen(path, RTLD_LAZY | RTLD_LOCAL);
+}
+
 Program load() {
-    void* module = dlopen(PKIXCMP_MODULE, RTLD_LAZY | RTLD_LOCAL);
+    void* module = openModule();
     void* program = module != nullptr ? dlsym(module, "pkixcmp_program") : nullptr;
     if (program == nullptr) {
         std::fprintf(stderr, "pkixcmp: not installed whole: %s\n", dlerror());
