@@ -1,6 +1,6 @@
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/Fuzz.h"
 #include "platform/asn1/asn1data.h"
 
 // All schemas through decoder, encoder, copier and both XER interpreters. The first octet chooses
@@ -8,10 +8,6 @@
 // hold, so that such files serve as seeds.
 
 namespace {
-
-void require(bool good) {
-    if (!good) std::abort();
-}
 
 std::string encode(const asn1::Type& type, const void* value) {
     ASN1BEREncodeBuffer buffer;

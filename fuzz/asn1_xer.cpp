@@ -1,17 +1,9 @@
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/Fuzz.h"
 #include "platform/asn1/asn1data.h"
 
 // The XER reader. The first octet chooses the type, the rest is the text.
-
-namespace {
-
-void require(bool good) {
-    if (!good) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;

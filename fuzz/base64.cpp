@@ -1,10 +1,9 @@
 #include "capilite/Base64.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <vector>
 
+#include "fuzz/Fuzz.h"
 #include "platform/support/LastError.h"
 
 // Base64 text with and without armour: the sizing call and the writing call agree, nothing is
@@ -13,10 +12,6 @@
 namespace {
 
 constexpr unsigned char UNTOUCHED = 0xA5;
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
 
 /// Octets are looked up by their low seven bits.
 bool hasPadding(const char* text, unsigned int size) {

@@ -1,8 +1,6 @@
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
-#include "capilite/CAException.h"
+#include "fuzz/Fuzz.h"
 #include "pkixcmp/Extensions.h"
 
 // XML text of extensions. The first octet chooses the extension, the rest is the text; text that is
@@ -37,20 +35,6 @@ const char* const identifiers[] = {"2.5.29.15",
                                    "1.3.6.1.5.5.7.1.11",
                                    "1.3.6.1.4.1.311.21.1",
                                    "1.2.3.4"};
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
-
-template <class Action>
-bool accepted(Action action) {
-    try {
-        action();
-        return true;
-    } catch (const CAException&) {
-        return false;
-    }
-}
 
 void readTags(std::string text) {
     std::size_t left = text.size() + 1;

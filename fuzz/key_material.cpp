@@ -1,6 +1,6 @@
-#include <cstdlib>
 #include <string_view>
 
+#include "fuzz/Fuzz.h"
 #include "platform/crypt/ContainerHeader.h"
 #include "platform/crypt/KeyPair.h"
 
@@ -11,10 +11,6 @@ namespace {
 
 using provider::Bytes;
 using provider::PublicKey;
-
-void require(bool good) {
-    if (!good) std::abort();
-}
 
 void readHeader(Bytes data) {
     const std::string_view text(reinterpret_cast<const char*>(data.data()), data.size());

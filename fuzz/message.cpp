@@ -1,8 +1,6 @@
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
-#include "capilite/CAException.h"
+#include "fuzz/Fuzz.h"
 #include "pkixcmp/MessageCoding.h"
 #include "pkixcmp/Party.h"
 
@@ -10,20 +8,6 @@
 // come out, and what was read must be of use: texts and extensions go back into records.
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
-
-template <class Action>
-bool accepted(Action action) {
-    try {
-        action();
-        return true;
-    } catch (const CAException&) {
-        return false;
-    }
-}
 
 void checkText(const FreeText& text) {
     ASN1CtxtRef context;

@@ -1,33 +1,16 @@
 #include "capilite/Name.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
-#include "capilite/CAException.h"
 #include "capilite/CertName.h"
 #include "capilite/ParsedRdn.h"
+#include "fuzz/Fuzz.h"
 #include "platform/support/Text.h"
 
 // Names from text and from DER. The first five octets choose: four of flags, one whether the rest
 // is text or an encoding.
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) std::abort();
-}
-
-/// Calls an action that may refuse its input with a failure of the library; true when it did not.
-template <class Action>
-bool accepted(Action action) {
-    try {
-        action();
-        return true;
-    } catch (const CAException&) {
-        return false;
-    }
-}
 
 /// Whether the text of the name reads back: a value in quotes keeps its backslashes, a bare one
 /// loses them, and types without a name are written without one.
