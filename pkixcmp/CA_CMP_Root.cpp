@@ -98,6 +98,7 @@ void PKIXCMP_Server::GenerateRoot(const wchar_t* subject, const CACMPT_Extension
     ProviderHandle = handle;
     parts_ = parts;
     ProviderType = type;
+    Certificate.clear();  // that of an earlier key, with which nothing may be issued from here on
     Certificate = selfSigned({subject, extensions, validity, notBefore, cdp ? cdp : ""}, handle);
     InstallCertificateToContainer(Certificate, handle, AT_SIGNATURE);
     InstallCertificateToStore(Certificate, handle, AT_SIGNATURE, L"My",

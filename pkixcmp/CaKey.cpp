@@ -86,15 +86,11 @@ unsigned long long PKIXCMP_Server::create_container_root(WndProv* wnd, const cha
     return created.detach();
 }
 
-void PKIXCMP_Server::read_container_root(unsigned long long root, WndProv* wnd, void*& parts) {
+void PKIXCMP_Server::read_container_root(unsigned long long root, WndProv*, void*& parts) {
+    // Asking for the key lets the provider hold its own dialogue, where it has one.
     HCRYPTKEY key = 0;
     if (CryptGetUserKey(root, AT_SIGNATURE, &key)) CryptDestroyKey(key);
-    const Protection protection = protectionOf(root);
-    // An open container, or one without a PIN, is read without a question.
-    if (protection == Protection::pin && wnd &&
-        get_pin_load(*wnd, root, get_container(root).c_str(), 0, 0) == 0) {
-        throwCode(SCARD_W_CANCELLED_BY_USER);
-    }
+    protectionOf(root);
     parts = nullptr;
 }
 

@@ -73,9 +73,10 @@ public:
                                                     const char* providerName, unsigned int type,
                                                     bool exportable, void*& parts,
                                                     unsigned long long random);
-    /// Opens what a CA's container needs: asks for the PIN of one that is locked by a PIN, and for
-    /// nothing where there is no `wnd` or no lock. A container that is opened through others is a
-    /// `CryptException`.
+    /// Opens what a CA's container needs beside itself, which is nothing for a key that the
+    /// provider protects: no question goes to `wnd`. A container locked by a PIN stays locked until
+    /// `get_pin_load`, unless a PIN callback answers the provider. A container that is opened
+    /// through others is a `CryptException`.
     static void read_container_root(unsigned long long root, WndProv* wnd, void*& parts);
     /// Releases the handle and the parts.
     static void close_container_root(unsigned long long provider, void*& parts);

@@ -57,7 +57,7 @@ protected:
 };
 
 TEST_F(ServerPreProcessTest, TheComputedKeyIdentifierIsForcedOrGivesWay) {
-    auto ca = makeCa();
+    auto ca = makeCa(caPath, nullptr, CACMPT_Period::OneYear * 2);
     struct {
         int kind;
         bool forced;
@@ -77,8 +77,38 @@ TEST_F(ServerPreProcessTest, TheComputedKeyIdentifierIsForcedOrGivesWay) {
         EXPECT_STREQ(asked.SerialNumber, "0");
         EXPECT_EQ(asked.Subject.tostring(3), L"CN=Alice, O=Trial");
         EXPECT_EQ(asked.Issuer.tostring(3), L"CN=Trial Root, O=Trial");
-        EXPECT_EQ(asked.NotAfter - asked.NotBefore <= CACMPT_Period::OneYear, true);
+        EXPECT_NEAR(asked.NotBefore.getTime(), CACMPT_Date::Now().getTime(), 60);
+        EXPECT_EQ(asked.NotAfter - asked.NotBefore, CACMPT_Period::OneYear);
     }
+}
+
+TEST_F(ServerPreProcessTest, OfATemplateOnlySubjectKeyAndExtensionsCount) {
+    auto ca = makeCa(caPath, nullptr, CACMPT_Period::OneYear * 2);
+    const CACMPT_BLOB ir = message(ASN1T_PKIBody::T_ir, {});
+    const CACMPT_BLOB greedy = withTemplate(ir, [](ASN1T_CertTemplate& t) {
+        t.m.versionPresent = t.m.serialNumberPresent = t.m.signingAlgPresent = true;
+        t.m.issuerPresent = t.m.validityPresent = t.m.issuerUIDPresent = true;
+        t.m.subjectUIDPresent = true;
+        t.serialNumber = "0x1234";
+        t.signingAlg.algorithm = t.publicKey.algorithm.algorithm;
+        t.issuer = t.subject;
+        t.validity.m.notAfterPresent = true;
+        t.validity.notAfter.t = ASN1T_Time::T_utcTime;
+        t.validity.notAfter.u.text = ASN1TString(std::string_view("490101000000Z"));
+        t.issuerUID = t.subjectUID = ASN1TDynBitStr(8, t.publicKey.subjectPublicKey.data);
+    });
+    CACMPT_BLOB reply;
+    CertificateInfo record;
+    ca->CertReqMessage_PreProcess(greedy, &record);
+    EXPECT_EQ(record.NotAfter - record.NotBefore, CACMPT_Period::OneYear);
+    ca->CertReqMessage_Process(&record, reply);
+    Decoded<ASN1T_Certificate> issued(certificateOf(reply)), root(ca->Certificate);
+    const ASN1T_TBSCertificate& tbs = issued->tbsCertificate;
+    EXPECT_EQ(tbs.version, ASN1T_TBSCertificate::v3);
+    EXPECT_TRUE(std::string(tbs.serialNumber).ends_with("000000000001"));
+    EXPECT_EQ(dotted(tbs.signature.algorithm), dotted(root->tbsCertificate.signature.algorithm));
+    EXPECT_EQ(record.Issuer.tostring(3), L"CN=Trial Root, O=Trial");
+    EXPECT_FALSE(tbs.m.issuerUniqueIDPresent || tbs.m.subjectUniqueIDPresent);
 }
 
 TEST_F(ServerPreProcessTest, TheCasCertificateSpeaksWhereItHasSomethingToSay) {
