@@ -123,13 +123,14 @@ int UrlRetriever::State::fillHeaders(HeaderList& lines) const {
     if (!hasType) lines.add("Content-Type:");
     if (!hasAccept) lines.add("Accept:");
     if (!hasExpect) lines.add("Expect:");
+    lines.add("Proxy-Connection:");
     return CURLE_OK;
 }
 
 int UrlRetriever::State::setUp(const char* url, const HeaderList& lines) {
     bool good = setProtocols() && set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_URL, url) &&
                 set(CURLOPT_HTTPHEADER, lines.get()) && set(CURLOPT_TIMEOUT, timeout) &&
-                set(CURLOPT_PROXY, proxyAddress.c_str()) &&
+                set(CURLOPT_PROXY, proxyAddress.c_str()) && set(CURLOPT_NOPROXY, "") &&
                 set(CURLOPT_PROXYUSERPWD, proxyAuth.empty() ? nullptr : proxyAuth.c_str()) &&
                 set(CURLOPT_MAXREDIRS, mostRedirections) &&
                 set(CURLOPT_FOLLOWLOCATION, posts ? 0L : 1L) &&

@@ -239,11 +239,14 @@ TEST(Retriever, GoesThroughTheProxyItIsGivenAndNoOther) {
     UrlRetriever retriever;
     retriever.set_proxy_addr(proxy.address().c_str());
     retriever.set_proxy_auth("user:secret");
+    ::setenv("no_proxy", "*", 1);
     EXPECT_TRUE(retriever.retrieve_url("http://ca.example.test/cmp"));
+    ::unsetenv("no_proxy");
     EXPECT_EQ(dataOf(retriever), "by proxy");
     EXPECT_THAT(proxy.requests(),
                 ElementsAre(AllOf(StartsWith("GET http://ca.example.test/cmp HTTP/1.1\r\n"),
-                                  HasSubstr("Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"))));
+                                  HasSubstr("Proxy-Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"),
+                                  Not(HasSubstr("Proxy-Connection")))));
     retriever.set_proxy_addr(nullptr);
     retriever.set_proxy_auth(nullptr);
     EXPECT_TRUE(retriever.retrieve_url(origin.url().c_str()));
