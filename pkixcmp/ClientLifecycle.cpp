@@ -95,6 +95,7 @@ CertFindByPublicKey findKey(const CACMPT_BLOB& publicKey) {
     try {
         return CertFindByPublicKey(publicKey);
     } catch (const Asn1Exception&) {
+        if (publicKey.empty()) throw;  // as bits these would be those of every key
         CACMPT_PublicKeyInfo info;
         info.key = publicKey;
         return CertFindByPublicKey(info);

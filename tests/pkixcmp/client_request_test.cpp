@@ -216,6 +216,8 @@ TEST_F(ClientRequestTest, AnOpenRequestIsFoundByCertificateOrKeyBits) {
     EXPECT_EQ(failure([&] { PKIXCMP_Client::OpenRequest(wnd, none); }, source),
               "CAException Can't open request store!");
     makeIr(*client);
+    EXPECT_THAT(failure([&] { PKIXCMP_Client::OpenRequest(wnd, CACMPT_BLOB()); }),
+                HasSubstr("Asn1Exception "));  // and not the one request that stands
     makeIr(*makeClient("bob"));
     EXPECT_EQ(failure([&] { PKIXCMP_Client::OpenRequest(wnd, none); }, source),
               "CAException No request!");
