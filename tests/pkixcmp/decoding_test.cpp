@@ -154,6 +154,46 @@ TEST_F(Decoding, UnusableRequestsAreRefused) {
         StartsWith("Asn1Exception "));
 }
 
+TEST_F(Decoding, TheFirstAttributeThatHasExtensionsCounts) {
+    // One private extension, 1.2.3 and 1.2.4, with NULL in it.
+    const std::string first = "300A300806022A0304020500", second = "300A300806022A0404020500";
+    const auto &ms = id_ms_certExtensions, &pkcs = pkcs_9_at_extensionRequest;
+    const struct {
+        std::vector<std::pair<ASN1TObjId, std::vector<std::string>>> attributes;  // in DER's order
+        std::vector<std::string> found;
+        bool read;
+    } cases[] = {{{{pkcs, {}}, {ms, {}}}, {}, true},
+                 {{{pkcs, {}}, {ms, {first}}}, {"1.2.3"}, true},
+                 {{{pkcs, {first}}, {ms, {second}}}, {"1.2.3"}, true},
+                 {{{ms, {first}}, {pkcs, {first, second}}}, {"1.2.3"}, true},
+                 {{{id_ce_keyUsage, {first}}, {ms, {second}}}, {"1.2.4"}, true},
+                 {{{pkcs, {"0500"}}, {ms, {first}}}, {}, false}};
+    for (const auto& c : cases) {
+        const auto fill = [&](ASN1T_PKIBody& out, ASN1CTXT* ctxt) {
+            auto& request = body<ASN1T_CertificationRequest>(out, ctxt);
+            auto& info = request.certificationRequestInfo;
+            info.subjectPKInfo.algorithm.algorithm = request.signatureAlgorithm.algorithm = ms;
+            for (const auto& [type, values] : c.attributes) {
+                auto& attribute = *info.attributes.append(ctxt);
+                attribute.type = type;
+                for (const std::string& value : values) {
+                    CACMPT_BLOB der;
+                    der.readFromHexString(value.c_str());
+                    *attribute.values.append(ctxt) =
+                        ASN1OpenType(der.size, rtCopyBytes(ctxt, der.data, der.size));
+                }
+            }
+        };
+        const CACMPT_BLOB der = message(ASN1T_PKIBody::T_p10cr, fill);
+        RequestInfo request;
+        EXPECT_EQ(failure([&] { PKIXCMP_Base::CertReqMessage_Decode(der, &request); }) == "none",
+                  c.read);
+        std::vector<std::string> found;
+        for (const CACMPT_Extension& e : request.Extensions) found.push_back(e.oid);
+        EXPECT_EQ(found, c.found);
+    }
+}
+
 TEST_F(Decoding, RevocationsLeaveWhatTheyLack) {
     RequestInfo request;
     request.RevokedReason = 99;
@@ -211,8 +251,15 @@ TEST_F(Decoding, ReadsThePeersMessages) {
             "");
         RequestInfo request;
         CertificateInfo reply;
-        PKIXCMP_Base::CertReqMessage_Decode(readFile(path("req.der")), &request);
+        const CACMPT_BLOB sent = readFile(path("req.der"));
+        PKIXCMP_Base::CertReqMessage_Decode(sent, &request);
         EXPECT_EQ(request.RequestType, c.type);
+        EXPECT_EQ(request.RawRequest, sent);
+        const bool p10 = c.type == REQUEST_TYPE_GET_CERTIFICATE;
+        EXPECT_STREQ(request.RequestSignatureAlgorithm, p10 ? "1.2.840.10045.4.3.2" : "");
+        EXPECT_NE(p10, request.RequestSignature.empty());
+        const bool revokes = c.type == REQUEST_TYPE_REVOKE_CERTIFICATE;
+        EXPECT_STREQ(request.SerialNumber, revokes ? "0x08001" : "");
         EXPECT_EQ(request.Subject.tostring(3), c.subject);
         EXPECT_EQ(request.Extensions.size(), c.extensions);
         EXPECT_STREQ(request.SenderGeneralName, L"O=Peers, CN=Peer");
