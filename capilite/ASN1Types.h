@@ -1,6 +1,6 @@
 #pragma once
 
-// Value classes over ASN.1 records.
+// Value classes over ASN.1 records, and searching stores for them.
 
 #include "capilite/ASN1Util.h"
 #include "capilite/AttributeRegister.h"
@@ -9,4 +9,5 @@
 #include "capilite/Choice.h"
 #include "capilite/Name.h"
 #include "capilite/ParsedRdn.h"
+#include "capilite/StoreFind.h"
 #include "capilite/TimeChoice.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-// Failures, byte buffers, armoured text, dates and small ASN.1 helpers.
+// Failures, byte buffers, armoured text, dates, text conversion and small ASN.1 helpers.
 
 #include "capilite/AsnTime.h"
 #include "capilite/Base64.h"
@@ -17,3 +17,4 @@
 #include "capilite/RecordCoding.h"
 #include "capilite/RecordHelpers.h"
 #include "capilite/Strings.h"
+#include "platform/support/Text.h"

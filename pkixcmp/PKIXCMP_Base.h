@@ -11,3 +11,4 @@
 #include "pkixcmp/Protection.h"
 #include "pkixcmp/SendPKIRequest.h"
 #include "pkixcmp/Server.h"
+#include "retrieval/UrlRetriever.h"
