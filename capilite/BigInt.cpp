@@ -90,13 +90,9 @@ void Serial2Blob(ASN1CTXT* context, CACMPT_BLOB& blob, const char* text) {
     if (rtBigIntSetStr(context, &number, text ? text : "", 0) < 0) {
         PKIXCMP_THROW(Asn1Exception, rtErrGetText(context));
     }
-    blob.assign(number.mag);
-    if (number.sign > 0 && (blob.data[0] & 0x80) != 0) {
-        static constexpr unsigned char zero = 0;
-        CACMPT_BLOB positive(&zero, 1);
-        positive.append(blob.data, blob.size);
-        blob.swap(positive);
-    }
-    std::reverse(blob.data, blob.data + blob.size);
+    std::string& octets = number.mag;
+    if (number.sign > 0 && (octets.front() & 0x80) != 0) octets.insert(0, 1, '\0');
+    std::reverse(octets.begin(), octets.end());
+    blob.assign(octets);
     rtBigIntFree(&number);
 }

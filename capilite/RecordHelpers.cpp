@@ -1,11 +1,10 @@
 #include "capilite/RecordHelpers.h"
 
-#include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "capilite/CAException.h"
+#include "capilite/CryptGuards.h"
 #include "capilite/Oid.h"
 #include "capilite/RecordCoding.h"
 #include "platform/asn1/ObjectIds.h"
@@ -63,21 +62,6 @@ public:
 private:
     using Unit = std::max_align_t;
     std::vector<Unit> bytes_;
-};
-
-/// A hash object of the provider, destroyed at the end.
-class Hash {
-public:
-    Hash(unsigned long long prov, ALG_ID algorithm) {
-        if (!CryptCreateHash(prov, algorithm, 0, 0, &handle_)) throwLastError();
-    }
-    ~Hash() { CryptDestroyHash(handle_); }
-    Hash(const Hash&) = delete;
-    Hash& operator=(const Hash&) = delete;
-    HCRYPTHASH get() const { return handle_; }
-
-private:
-    HCRYPTHASH handle_ = 0;
 };
 
 /// DER of a little-endian number.
@@ -194,13 +178,14 @@ void ASN1T_AlgorithmIdentifier_get(CACMPT_AlgorithmIdentifier& target,
 
 ASN1T_KeyIdentifier* ASN1T_KeyIdentifier_set(unsigned long long prov, ASN1CTXT* context,
                                              const ASN1TDynBitStr& bits) {
-    Hash hash(prov, CALG_SHA1);
-    if (!CryptHashData(hash.get(), bits.data, bits.numocts(), 0)) throwLastError();
+    HashHandle hash;
+    if (!CryptCreateHash(prov, CALG_SHA1, 0, 0, hash.out())) throwLastError();
+    if (!CryptHashData(hash, bits.data, bits.numocts(), 0)) throwLastError();
     DWORD length = 0;
-    if (!CryptGetHashParam(hash.get(), HP_HASHVAL, nullptr, &length, 0)) throwLastError();
+    if (!CryptGetHashParam(hash, HP_HASHVAL, nullptr, &length, 0)) throwLastError();
     auto* value = static_cast<std::uint8_t*>(rtMemHeapAlloc(context, length));
     if (value == nullptr) PKIXCMP_THROW(CAException, OUT_OF_MEMORY);
-    if (!CryptGetHashParam(hash.get(), HP_HASHVAL, value, &length, 0)) throwLastError();
+    if (!CryptGetHashParam(hash, HP_HASHVAL, value, &length, 0)) throwLastError();
     auto* record = newRecord<ASN1T_KeyIdentifier>(context);
     record->numocts = length;
     record->data = value;
