@@ -5,21 +5,12 @@
 #include "capilite/Blob.h"
 #include "capilite/DecodeBuffer.h"
 #include "platform/Export.h"
+#include "platform/asn1/CMS.h"
 #include "platform/asn1/PKIX1Explicit.h"
 #include "platform/asn1/PKIX1Implicit.h"
 
 // Builders of records. A record returned lives in the context. A context without memory is
 // `CAException` "out of memory", a refusal of the cryptographic interface `CryptException`.
-
-namespace asn1data {
-
-/// IssuerAndSerialNumber (RFC 5652 10.2.4).
-struct ASN1T_IssuerAndSerialNumber {
-    ASN1T_Name issuer;
-    ASN1TBigInt serialNumber = nullptr;
-};
-
-}  // namespace asn1data
 
 /// The first extension of the identifier, or null.
 PKIXCMP_API asn1data::ASN1T_Extension* ASN1T_Extensions_find_item(

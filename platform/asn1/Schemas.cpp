@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "platform/asn1/CMSSchema.h"
 #include "platform/asn1/PKIXCMPSchema.h"
 
 // The one source that holds all schemas: builders look into the schemas of parts.
@@ -12,7 +13,8 @@ constexpr const Type* everyType[] = {PKIXCMP_PKIX1EXPLICIT_TYPES(PKIXCMP_SCHEMA_
                                      PKIXCMP_PKIX1IMPLICIT_TYPES(PKIXCMP_SCHEMA_ADDRESS)  //
                                      PKIXCMP_PKCS10_TYPES(PKIXCMP_SCHEMA_ADDRESS)         //
                                      PKIXCMP_PKIXCRMF_TYPES(PKIXCMP_SCHEMA_ADDRESS)       //
-                                     PKIXCMP_PKIXCMP_TYPES(PKIXCMP_SCHEMA_ADDRESS)};
+                                     PKIXCMP_PKIXCMP_TYPES(PKIXCMP_SCHEMA_ADDRESS)        //
+                                     PKIXCMP_CMS_TYPES(PKIXCMP_SCHEMA_ADDRESS)};
 #undef PKIXCMP_SCHEMA_ADDRESS
 
 }  // namespace

@@ -264,6 +264,8 @@ const std::vector<Golden>& goldenTable() {
         {"ProtectedPart", "30{$PKIHeader B3{05{}}}"},
         {"PKIMessage", "30{$PKIHeader $PKIBody A0{03{0001}}A1{$Certificates}}"},
         {"InfoTypeAndValue", "30{06{2B0601050507040F}$PKIMessages}"},
+
+        {"IssuerAndSerialNumber", "30{$Name 02{0080}}"},
     };
     return table;
 }

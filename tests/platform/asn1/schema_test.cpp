@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <openssl/cmp.h>
 #include <openssl/crmf.h>
+#include <openssl/pkcs7.h>
 #include <openssl/x509v3.h>
 
 #include <cstddef>
@@ -25,7 +26,8 @@ const std::map<std::string, const asn1::Type*>& typesByName() {
         PKIXCMP_PKIX1IMPLICIT_TYPES(TYPE_BY_NAME)  //
         PKIXCMP_PKCS10_TYPES(TYPE_BY_NAME)         //
         PKIXCMP_PKIXCRMF_TYPES(TYPE_BY_NAME)       //
-        PKIXCMP_PKIXCMP_TYPES(TYPE_BY_NAME)};
+        PKIXCMP_PKIXCMP_TYPES(TYPE_BY_NAME)        //
+        PKIXCMP_CMS_TYPES(TYPE_BY_NAME)};
 #undef TYPE_BY_NAME
     return types;
 }
@@ -227,6 +229,7 @@ const std::map<std::string, Judge>& judges() {
         {"PKIHeader", JUDGE(OSSL_CMP_PKIHEADER)},
         {"PKIStatusInfo", judgeItem<OSSL_CMP_PKISI_it>},
         {"PKIMessage", JUDGE(OSSL_CMP_MSG)},
+        {"IssuerAndSerialNumber", JUDGE(PKCS7_ISSUER_AND_SERIAL)},
     };
     return map;
 }
