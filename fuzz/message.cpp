@@ -1,11 +1,12 @@
 #include <cstring>
 
 #include "fuzz/Fuzz.h"
+#include "pkixcmp/Client.h"
 #include "pkixcmp/MessageCoding.h"
-#include "pkixcmp/Party.h"
 
-// Bytes as a request, a reply, an error message and a certificate. Only failures of the library may
-// come out, and what was read must be of use: texts and extensions go back into records.
+// Bytes as a request, a reply, an error message, an announcement and a certificate. Only failures
+// of the library may come out, and what was read must be of use: texts and extensions go back into
+// records.
 
 namespace {
 
@@ -71,6 +72,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (accepted([&] { PKIXCMP_Base::ErrorMsgInfo_Decode(der, &error); })) {
         checkHead(error);
         checkText(error.ErrorText);
+    }
+    CACMPT_BLOB announced;
+    if (accepted([&] { PKIXCMP_Client::CertAnnContent_DecodeAndVerify(der, announced); })) {
+        CACMPT_ASN1BERDecodeBuffer buffer;
+        get_server_name(announced, buffer);
     }
     CertificateInfo certificate;
     if (accepted([&] { PKIXCMP_Base::Cert_Decode(der, &certificate); })) {

@@ -102,8 +102,7 @@ void putRevocation(Draft& draft) {
     identify(draft, details.certDetails);
     if (draft.request.RevokedReason != 0) {
         details.m.revocationReasonPresent = true;
-        setBits(draft.ctxt, details.revocationReason, ReasonFlags::sequence,
-                draft.request.RevokedReason);
+        ReasonFlags_Encode(draft.ctxt, details.revocationReason, draft.request.RevokedReason);
     }
     draft.body(ASN1T_PKIBody::T_rr).u.rr = content;
 }

@@ -23,10 +23,15 @@ TEST(SendRequest, AnswersAndStatuses) {
         int result;
         std::string reply;  // it keeps what it held when the transfer failed
     } cases[] = {
-        {HttpPeer::whole(200, "reply"), 200, "reply"}, {HttpPeer::whole(200, ""), 200, ""},
-        {HttpPeer::whole(201, "made"), 200, "made"},   {HttpPeer::whole(400, "no"), 400, "before"},
-        {HttpPeer::whole(511, "no"), 511, "before"},   {HttpPeer::whole(512, "no"), 456, "before"},
-        {HttpPeer::whole(599, "no"), 456, "before"},   {HttpPeer::raw(""), 52, "before"},
+        {HttpPeer::whole(200, "reply"), 200, "reply"},
+        {HttpPeer::whole(200, ""), 200, ""},
+        {HttpPeer::whole(201, "made"), 200, "made"},
+        {HttpPeer::whole(302, "no"), 302, "before"},
+        {HttpPeer::whole(400, "no"), 400, "before"},
+        {HttpPeer::whole(511, "no"), 511, "before"},
+        {HttpPeer::whole(512, "no"), 456, "before"},
+        {HttpPeer::whole(599, "no"), 456, "before"},
+        {HttpPeer::raw(""), 52, "before"},
     };
     const CACMPT_BLOB request("\x30\0\x01", 3);
     for (auto& c : cases) {
