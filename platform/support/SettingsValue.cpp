@@ -38,14 +38,6 @@ int giveNumber(const TSupportRegistrySearchValue* value, int type, Number* out) 
     });
 }
 
-int giveBytes(const TSupportRegistrySearchValue* value, int type, std::size_t* count,
-              void* buffer) {
-    return guarded([&] {
-        const storage::Bytes& bytes = contentOf<storage::Bytes>(value, type);
-        give(bytes.data(), bytes.size(), false, count, buffer);
-    });
-}
-
 }  // namespace
 
 void support_registry_value_free(TSupportRegistrySearchValue* value) { delete value; }
@@ -90,7 +82,12 @@ int support_registry_value_string(const TSupportRegistrySearchValue* value, std:
 
 int support_registry_value_multi_string(const TSupportRegistrySearchValue* value,
                                         std::size_t* count, char* buffer) {
-    return giveBytes(value, SUPPORT_REGISTRY_MULTI_STRING, count, buffer);
+    return guarded([&] {
+        const auto& bytes = contentOf<storage::Bytes>(value, SUPPORT_REGISTRY_MULTI_STRING);
+        const std::size_t size = bytes.size();
+        require(size >= 2 && bytes[size - 1] == 0 && bytes[size - 2] == 0, SUPPORT_BAD_VALUE);
+        give(bytes.data(), size, false, count, buffer);
+    });
 }
 
 int support_registry_value_long(const TSupportRegistrySearchValue* value, long* out) {
@@ -107,5 +104,8 @@ int support_registry_value_bool(const TSupportRegistrySearchValue* value, bool* 
 
 int support_registry_value_hex(const TSupportRegistrySearchValue* value, std::size_t* count,
                                unsigned char* buffer) {
-    return giveBytes(value, SUPPORT_REGISTRY_HEX, count, buffer);
+    return guarded([&] {
+        const auto& bytes = contentOf<storage::Bytes>(value, SUPPORT_REGISTRY_HEX);
+        give(bytes.data(), bytes.size(), false, count, buffer);
+    });
 }
