@@ -175,7 +175,20 @@ void Container::commit(const Folder& folder, ContainerHeader next) {
     sweep(folder, header_);
 }
 
-void Container::requireUnlocked() const { require(unlocked_.has_value(), SCARD_W_WRONG_CHV); }
+/// Opens what needs no PIN, which another object may also have changed the protection of.
+void Container::openWithoutPin() {
+    if (unlocked_) return;
+    if (isSelfProtected(header_)) {
+        unlocked_ = Unlocked{vaultPassword(header_.salt), header_.generation};
+    } else if (header_.protection == Protection::pin && !header_.pinSet()) {
+        unlocked_ = Unlocked{Secret(), header_.generation};
+    }
+}
+
+void Container::requireUnlocked() {
+    openWithoutPin();
+    require(unlocked_.has_value(), SCARD_W_WRONG_CHV);
+}
 
 void Container::supplyPin(Secret pin) {
     {
@@ -262,15 +275,10 @@ void Container::openWithoutAsking() {
     }
     if (unlocked_) return;
     const Folder folder = enter(Folder::Lock::shared);
-    if (isSelfProtected(header_)) {
-        unlocked_ = Unlocked{vaultPassword(header_.salt), header_.generation};
-    } else if (header_.protection != Protection::pin) {
-        fail(NTE_BAD_TYPE);
-    } else if (!header_.pinSet()) {
-        unlocked_ = Unlocked{Secret(), header_.generation};
-    } else {
-        fail(readTries(folder) == 0 ? SCARD_W_CHV_BLOCKED : SCARD_W_WRONG_CHV);
-    }
+    openWithoutPin();
+    if (unlocked_) return;
+    require(header_.protection == Protection::pin, NTE_BAD_TYPE);
+    fail(readTries(folder) == 0 ? SCARD_W_CHV_BLOCKED : SCARD_W_WRONG_CHV);
 }
 
 std::uint32_t Container::identifier() {

@@ -88,7 +88,8 @@ private:
 
     Folder enter(Folder::Lock lock);
     void commit(const Folder& folder, ContainerHeader next);
-    void requireUnlocked() const;
+    void openWithoutPin();
+    void requireUnlocked();
     void openWithoutAsking();
     void testPin(const Folder& folder, Secret pin);
     void protectAgain(const std::function<Secret(ContainerHeader&)>& change);

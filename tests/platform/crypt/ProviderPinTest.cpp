@@ -251,8 +251,14 @@ TEST_F(ProviderPin, ProviderChangesByItsOwnDialogue) {
 
     const Context vault("v", PROV_ECDSA_P256, CRYPT_NEWKEYSET);
     ASSERT_TRUE(generate(vault));
+    const Context other("v", PROV_ECDSA_P256, 0);
+    ASSERT_EQ(status(other), ERROR_SUCCESS);
     const auto before = readFile(onlyFile(container("VAULT", "v"), ".pem"));
     EXPECT_EQ(change(vault), ERROR_SUCCESS);
+    // Who had it open opens it anew: there is no PIN that could be wrong.
+    EXPECT_FALSE(sign(other, "text").empty()) << std::hex << GetLastError();
+    EXPECT_EQ(change(vault), ERROR_SUCCESS);
+    EXPECT_TRUE(generate(other)) << std::hex << GetLastError();
     EXPECT_NE(readFile(onlyFile(container("VAULT", "v"), ".pem")), before);
     EXPECT_FALSE(sign(Context("v", PROV_ECDSA_P256, 0), "text").empty());
     // No PIN where none is kept; an empty one asks for nothing.
