@@ -87,6 +87,28 @@ bool isFolder(int parent, const std::string& name) {
            S_ISDIR(about.st_mode);
 }
 
+template <class Octets>
+std::optional<Octets> readPlainFile(int folder, const std::string& name, std::size_t limit) {
+    // Without O_NONBLOCK, a pipe of this name would hang the caller.
+    const Descriptor file(
+        ::openat(folder, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat about {};
+    if (file.get() < 0 && errno == EACCES) fail(NTE_PERM);
+    if (file.get() < 0 || ::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode) ||
+        static_cast<std::uintmax_t>(about.st_size) > limit) {
+        return std::nullopt;
+    }
+    Octets content(static_cast<std::size_t>(about.st_size));
+    std::size_t filled = 0;
+    while (filled < content.size()) {
+        const ssize_t got = ::read(file.get(), content.data() + filled, content.size() - filled);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return std::nullopt;
+        filled += static_cast<std::size_t>(got);
+    }
+    return content;
+}
+
 }  // namespace
 
 void setFileStep(FileStep watched) { fileStep = watched; }
@@ -157,24 +179,11 @@ std::vector<std::string> Folder::list() const {
 }
 
 std::optional<std::vector<BYTE>> Folder::read(const std::string& name, std::size_t limit) const {
-    // Without O_NONBLOCK, a pipe of this name would hang the caller.
-    const Descriptor file(
-        ::openat(descriptor_, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat about {};
-    if (file.get() < 0 && errno == EACCES) fail(NTE_PERM);
-    if (file.get() < 0 || ::fstat(file.get(), &about) != 0 || !S_ISREG(about.st_mode) ||
-        static_cast<std::uintmax_t>(about.st_size) > limit) {
-        return std::nullopt;
-    }
-    std::vector<BYTE> content(static_cast<std::size_t>(about.st_size));
-    std::size_t filled = 0;
-    while (filled < content.size()) {
-        const ssize_t got = ::read(file.get(), content.data() + filled, content.size() - filled);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return std::nullopt;
-        filled += static_cast<std::size_t>(got);
-    }
-    return content;
+    return readPlainFile<std::vector<BYTE>>(descriptor_, name, limit);
+}
+
+std::optional<Secret> Folder::readSecret(const std::string& name, std::size_t limit) const {
+    return readPlainFile<Secret>(descriptor_, name, limit);
 }
 
 bool Folder::isPrivate(const std::string& name) const {

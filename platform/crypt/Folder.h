@@ -7,6 +7,7 @@
 
 #include "platform/crypt/Der.h"
 #include "platform/crypt/Failure.h"
+#include "platform/crypt/Secret.h"
 
 // Folders of files that are written whole or not at all, and locked between processes. Files have
 // mode 0600, folders 0700. Disk errors end as NTE_PERM, NTE_NO_MEMORY or NTE_SYS_ERR.
@@ -45,6 +46,8 @@ public:
     std::vector<std::string> list() const;
     /// Nothing when there is no such plain file, or it is larger than `limit`.
     std::optional<std::vector<BYTE>> read(const std::string& name, std::size_t limit) const;
+    /// The same for a file that holds a secret in clear: no copy of it stays behind.
+    std::optional<Secret> readSecret(const std::string& name, std::size_t limit) const;
     /// True when only the owner can read the file.
     bool isPrivate(const std::string& name) const;
 

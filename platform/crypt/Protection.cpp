@@ -90,13 +90,11 @@ std::optional<Folder> homeFolder() { return Folder::open(support::userHome(), Fo
 
 Secret readVaultKey() {
     const auto home = homeFolder();
-    auto content = home ? home->read(vaultFile, 2 * keySize + 1) : std::nullopt;
-    require(content.has_value(), NTE_KEYSET_ENTRY_BAD);
-    const Secret digits(content->begin(), content->end());
-    OPENSSL_cleanse(content->data(), content->size());
+    const auto digits = home ? home->readSecret(vaultFile, 2 * keySize + 1) : std::nullopt;
+    require(digits.has_value(), NTE_KEYSET_ENTRY_BAD);
     require(home->isPrivate(vaultFile), NTE_PERM);
-    require(digits.size() >= 2 * keySize, NTE_KEYSET_ENTRY_BAD);
-    return octetsFrom<Secret>({digits.data(), 2 * keySize}, keySize);
+    require(digits->size() >= 2 * keySize, NTE_KEYSET_ENTRY_BAD);
+    return octetsFrom<Secret>({digits->data(), 2 * keySize}, keySize);
 }
 
 }  // namespace
