@@ -15,13 +15,13 @@ namespace {
 constexpr std::string_view prefix = "\\\\.\\";
 
 /// The bytes of a provider parameter.
-std::vector<BYTE> readParameter(unsigned long long provider, DWORD parameter, DWORD flags = 0) {
+std::vector<BYTE> readParameter(unsigned long long provider, DWORD parameter) {
     DWORD length = 0;
-    if (!CryptGetProvParam(provider, parameter, nullptr, &length, flags)) {
+    if (!CryptGetProvParam(provider, parameter, nullptr, &length, 0)) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }
     std::vector<BYTE> bytes(length);
-    if (length && !CryptGetProvParam(provider, parameter, bytes.data(), &length, flags)) {
+    if (length && !CryptGetProvParam(provider, parameter, bytes.data(), &length, 0)) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }
     bytes.resize(length);

@@ -40,13 +40,14 @@ bool create_with_change(WndProv& wnd, const char* providerName, unsigned int pro
                         unsigned long long* provider, unsigned int* pinState) {
     const bool builtin = wnd.use_builtin_windows();
     const bool hasPin = is_pin_provider(providerType);
-    std::string name = container;
+    std::string name = container ? container : "";
     prov_handle created;
     if (builtin) {
         created = newContainer(container, providerName, providerType);
     } else {
         if (parts != 0) name += '.' + std::to_string(part);
-        const std::string fullName = hasPin ? full_container_name(reader, name) : name;
+        const std::string fullName =
+            hasPin ? full_container_name(reader ? reader : "", name) : name;
         created = createAsking(wnd, providerName, providerType, fullName, name, parts, part);
     }
     if (!created.get()) PKIXCMP_THROW(CryptException, GetLastError());

@@ -12,7 +12,7 @@ RetryAcquireContext::RetryAcquireContext(unsigned long long* handle, const char*
                                          const char* providerName, unsigned int providerType,
                                          unsigned int flags, unsigned long long listingProvider)
     : handle_(handle),
-      container_(container),
+      container_(container ? container : ""),
       providerName_(providerName),
       providerType_(providerType),
       flags_(flags) {
@@ -23,6 +23,7 @@ bool RetryAcquireContext::call() {
     if (providerType_ == PROV_RSA) {
         return CryptAcquireContextA(handle_, container_.c_str(), providerName_, PROV_RSA, flags_);
     }
+    SetLastError(NTE_BAD_KEYSET);  // unless a reader says otherwise
     for (const auto& [label, reader] : readers_) {
         const std::string name = full_container_name(reader, container_);
         if (CryptAcquireContextA(handle_, name.c_str(), providerName_, providerType_, flags_)) {

@@ -222,6 +222,14 @@ TEST_F(ContainersTest, CreationAsksForAMediumAndAPin) {
     create();
     EXPECT_EQ(get_unique(prov_handle(provider)), disk + "w");
     EXPECT_EQ(cryptError(create), NTE_EXISTS);
+    for (WndProv* dialogue : {static_cast<WndProv*>(&builtin), static_cast<WndProv*>(&wnd)}) {
+        wnd.media = {"yes", std::nullopt};
+        EXPECT_EQ(cryptError([&] {
+                      create_with_change(*dialogue, nullptr, PROV_ECDSA_P256, nullptr, nullptr, 0,
+                                         0, &provider, nullptr);
+                  }),
+                  dialogue == &builtin ? NTE_BAD_KEYSET_PARAM : cancelledByUser);
+    }
 }
 
 TEST_F(ContainersTest, FixedAnswersAreGivenOnce) {
@@ -295,6 +303,13 @@ TEST_F(ContainersTest, RetriedOperations) {
     EXPECT_FALSE(open("nowhere", PROV_ECDSA_P256, 0));
     ASSERT_TRUE(open("rsa", PROV_RSA, CRYPT_NEWKEYSET));
     CryptReleaseContext(handle, 0);
+    // Without readers nothing is tried, and that is no outcome to act on.
+    prov_handle plain;
+    plain.acquire_default(CALG_RSA_SIGN);
+    RetryAcquireContext nowhere(&handle, "b", nullptr, PROV_ECDSA_PLAIN, 0, plain);
+    SetLastError(0);
+    EXPECT_FALSE(wnd.retry("b", -1, nowhere));
+    EXPECT_EQ(static_cast<std::uint32_t>(nowhere.error), NTE_BAD_KEYSET);
 }
 
 DWORD keyLength(unsigned long long provider, DWORD spec) {
@@ -337,6 +352,7 @@ TEST_F(ContainersTest, KeysOfClients) {
                 wnd, c.spec == 1 ? "\\p" : nullptr, nullptr, c.type, c.container, c.spec, false));
         });
         EXPECT_EQ(wnd.log.find(c.log), 0u) << wnd.log;
+        EXPECT_EQ(wnd.log.find("key size") != std::string::npos, c.type == 1 || c.type == 16);
         EXPECT_EQ(error == 0, c.unique != nullptr);
         if (!client) continue;
         EXPECT_THAT(get_unique(client->ProviderHandle), MatchesRegex(c.unique));
