@@ -34,8 +34,7 @@ public:
                       const char* providerName, int providerType, const char* container, bool split,
                       const CACMPT_Period& validity, const CACMPT_Date& notBefore, const char* cdp,
                       WndProv* wnd);
-    /// The same on provider type 75 unless another is given, and writes the configuration. The
-    /// caller owns the result.
+    /// The same, and writes the configuration. The caller owns the result.
     static PKIXCMP_Server* GenerateRoot(const char* configPath, const wchar_t* subject,
                                         const CACMPT_Extensions& extensions, const wchar_t* caName,
                                         bool split, const char* providerName, int providerType,
@@ -53,8 +52,8 @@ public:
     /// Gives the certificate its serial number, signs it and forms the signed reply. Any number of
     /// processes may issue from one CA: "certnum" is counted on in one step when all that can
     /// refuse the request has been tried, so no number is given out twice. A failure leaves
-    /// "certnum" as it was; a process that dies before the reply, or whose signature fails while
-    /// another one issues, leaves a number unused.
+    /// "certnum" as it was, an absent one perhaps empty; a process that dies before the reply, or
+    /// whose signature fails while another one issues, leaves a number unused.
     void CertReqMessage_Process(CertificateInfo* certificate, CACMPT_BLOB& reply);
     /// The same with the "certnum" text in the caller's hands: `certnum` has room for 128
     /// characters.

@@ -168,6 +168,26 @@ TEST_F(ServerIssueTest, AnIssueThatFailsMovesNothing) {
     EXPECT_THAT(issueFailure(record), HasSubstr("string expected"));
 }
 
+TEST_F(ServerIssueTest, ALockedKeySignsNothingUntilItsPinIsGiven) {
+    constexpr const char* path = "\\local\\locked";
+    OldWndProv person(std::string("DISK"), "secret");
+    delete PKIXCMP_Server::GenerateRoot(
+        path, L"CN=Locked", {}, L"Locked", false, nullptr, PROV_ECDSA_P256, "\\\\.\\DISK\\locked",
+        CACMPT_Period::OneYear, CACMPT_Date(0, 0), nullptr, CACMPT_Period::OneDay, &person);
+    PKIXCMP_Server locked(path, &person);
+    CACMPT_BLOB reply;
+    CertificateInfo record;
+    locked.CertReqMessage_PreProcess(ir, &record);
+    EXPECT_EQ(failure([&] { locked.CertReqMessage_Process(&record, reply); }),
+              "CryptException 8010006b");
+    EXPECT_TRUE(reply.empty());
+    EXPECT_EQ(Ini(path).find_def("certnum", ""), "");
+    EXPECT_NE(get_pin_load(person, locked.ProviderHandle, "", 0, 0), 0u);
+    locked.CertReqMessage_Process(&record, reply);
+    EXPECT_FALSE(certificateOf(reply).empty());
+    EXPECT_TRUE(Ini(path).find_def("certnum", "").ends_with("000000000001"));
+}
+
 TEST_F(ServerIssueTest, ProcessesThatIssueAtOnceShareOneCounter) {
     constexpr int processes = 4, each = 50;
     const std::string at = home.path();
