@@ -105,9 +105,8 @@ T* newPart(ASN1CTXT* context) {
 }
 
 /// Encodes text under a universal tag and appends it as one RDN.
-void addText(ASN1CTXT* context, const char* oid, std::string_view text, unsigned int tag,
+void addText(ASN1CTXT* context, ASN1OBJID& type, std::string_view text, unsigned int tag,
              ASN1CSeqOfList& list) {
-    ASN1OBJID type = str2oid(oid);
     CursorGuard guard(context);
     int length = xe_charstr(context, text, ASN1EXPL, static_cast<std::uint8_t>(tag));
     if (length < 0) throwRuntime(context);
@@ -258,14 +257,16 @@ void pkiAddRDNToList(ASN1CTXT* context, ASN1OBJID* type, ASN1OpenType& value,
 
 void pkiAddRDNToListA(ASN1CTXT* context, const char* oid, const char* text, ASN1CSeqOfList& list,
                       unsigned int tag, unsigned long limit) {
+    ASN1OBJID type = str2oid(oid);
     std::string_view view(text ? text : "");
     if (view.size() > limit) PKIXCMP_THROW(Asn1DecodeException, INVALID_LENGTH);
-    addText(context, oid, view, tag, list);
+    addText(context, type, view, tag, list);
 }
 
 void pkiAddRDNToListW(ASN1CTXT* context, const char* oid, const wchar_t* text, ASN1CSeqOfList& list,
                       unsigned long limit) {
     constexpr std::size_t utf8Octets = 4;
+    ASN1OBJID type = str2oid(oid);
     std::wstring_view view(text ? text : L"");
     if (view.size() >= limit) PKIXCMP_THROW(Asn1DecodeException, INVALID_LENGTH);
     const std::size_t room = utf8Octets * view.size() + 1;
@@ -273,7 +274,7 @@ void pkiAddRDNToListW(ASN1CTXT* context, const char* oid, const wchar_t* text, A
     if (utf8 == nullptr) PKIXCMP_THROW(CAException, OUT_OF_MEMORY);
     int length = rtWCSToUTF8(view, utf8, room);
     if (length < 0) PKIXCMP_THROW(Asn1Exception, "text has no UTF-8 form");
-    addText(context, oid, {utf8, static_cast<std::size_t>(length)}, TAG_UTF8, list);
+    addText(context, type, {utf8, static_cast<std::size_t>(length)}, TAG_UTF8, list);
 }
 
 void add_rdn18(std::wstring& out, unsigned long limit, ASN1T_AttributeTypeAndValue* value,

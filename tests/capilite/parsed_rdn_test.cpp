@@ -263,9 +263,19 @@ TEST(ParsedRdn, BadInput) {
     }
     ASN1CtxtRef ctxt;
     ASN1T_Name name;
-    EXPECT_EQ(
-        failureOf([&] { pkiAddRDNToListW(ctxt.get(), "2.x", L"a", name.u.rdnSequence, 32769); }),
-        "CAException Can't convert str to oid.");
+    // The identifier is looked at before the text.
+    const std::string longText(32769, 'a');
+    for (std::size_t length : {std::size_t{1}, longText.size()}) {
+        const std::string text = longText.substr(0, length);
+        const std::wstring wide(text.begin(), text.end());
+        auto& list = name.u.rdnSequence;
+        EXPECT_EQ(
+            failureOf([&] { pkiAddRDNToListW(ctxt.get(), "2.x", wide.c_str(), list, 32769); }),
+            "CAException Can't convert str to oid.");
+        EXPECT_EQ(
+            failureOf([&] { pkiAddRDNToListA(ctxt.get(), "2.x", text.c_str(), list, 18, 32768); }),
+            "CAException Can't convert str to oid.");
+    }
     EXPECT_EQ(failureOf([&] {
                   pkiAddRDNToListA(ctxt.get(), "5.5.5", "a", name.u.rdnSequence, 12, 9);
               }).substr(0, 14),
