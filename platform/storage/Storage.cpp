@@ -114,7 +114,10 @@ void Process::afterFork() {
 }
 
 void Process::inChild() {
-    ++process().generation;
+    Process& self = process();
+    ++self.generation;
+    // The other threads stayed with the parent, and what they had here is room for new ones.
+    std::erase_if(self.threads, [](ThreadState* thread) { return thread != &thisThread(); });
     afterFork();
 }
 

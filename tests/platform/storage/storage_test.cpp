@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <future>
 #include <thread>
 
 #include "tests/TempHome.h"
@@ -147,6 +148,33 @@ TEST(Storage, ManyProcessesMakeTheStateAtOnce) {
         EXPECT_THAT(codes, Each(0));
         EXPECT_EQ(openForReading(home.path()).settings().settings("k", "", 100).size(), 6u);
     }
+}
+
+TEST(Storage, AForkedProcessForgetsTheThreadsItDoesNotHave) {
+    TempHome home;
+    std::promise<void> ready, end;
+    std::thread other([&] {
+        write(home.path(), "k", "1");
+        ready.set_value();
+        end.get_future().wait();
+    });
+    ready.get_future().wait();
+    // In the child a thread comes to stand where the parent's stood; then it forks in its turn.
+    auto codes = runChildren(1, [&](int) {
+        ::alarm(20);
+        int code = 1;
+        std::thread([&] {
+            write(home.path(), "k", "2");
+            code = waitForChild(
+                startChild([&] { return read(home.path(), "k", "v") == "2" ? 0 : 2; }));
+        }).join();
+        write(home.path(), "k", "3");
+        return code;
+    });
+    end.set_value();
+    other.join();
+    EXPECT_THAT(codes, ElementsAre(0));
+    EXPECT_EQ(read(home.path(), "k", "v"), "3");
 }
 
 TEST(Storage, AChangeThatThrowsLeavesNothing) {
