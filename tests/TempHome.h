@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,4 +65,24 @@ inline std::vector<int> runChildren(int count, const std::function<int(int)>& bo
     std::vector<int> codes;
     for (pid_t child : children) codes.push_back(waitForChild(child));
     return codes;
+}
+
+/// The exit code of a child that may not touch the machine's state, which must be there: root's
+/// child is another user, and anyone is kept out by the mode of the folder.
+inline int runWithoutMachineRights(const TempHome& home, const std::function<int()>& body) {
+    constexpr unsigned nobody = 65534;
+    const bool root = ::getuid() == 0;
+    const std::string machine = home.path() / "machine", user = home.path() / "user";
+    std::filesystem::create_directories(user);
+    if (root &&
+        (::chown(user.c_str(), nobody, nobody) != 0 || ::chmod(home.path().c_str(), 0755) != 0))
+        throw std::runtime_error("chown");
+    if (::chmod(machine.c_str(), 0) != 0) throw std::runtime_error("chmod");
+    int code = waitForChild(startChild([&] {
+        if (root && (::setgid(nobody) != 0 || ::setuid(nobody) != 0)) return 97;
+        if (::access(machine.c_str(), X_OK) == 0) return 96;
+        return body();
+    }));
+    if (::chmod(machine.c_str(), 0700) != 0) throw std::runtime_error("chmod");
+    return code;
 }

@@ -19,6 +19,11 @@ Hash sha1(View bytes) {
     return hash;
 }
 
+storage::Access Origin::openForChange() const {
+    require(!store->readOnly && place == 0, ERROR_ACCESS_DENIED);
+    return stands().openForWriting();
+}
+
 template <class Kind>
 Held<Kind>* Held<Kind>::create(View encoded, HCERTSTORE store, std::optional<Origin> origin) {
     require(encoded.data() != nullptr && !encoded.empty(), E_INVALIDARG);
@@ -79,9 +84,7 @@ std::vector<storage::Property> Held<Kind>::properties() const {
 template <class Kind>
 void Held<Kind>::setProperty(DWORD id, const Bytes* content) {
     if (origin_) {
-        require(!origin_->store->readOnly, ERROR_ACCESS_DENIED);
-        bool set =
-            origin_->stands().openForWriting().stores().setProperty(origin_->row, id, content);
+        bool set = origin_->openForChange().stores().setProperty(origin_->row, id, content);
         require(set, CRYPT_E_NOT_FOUND);
         return;
     }

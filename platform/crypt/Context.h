@@ -41,6 +41,9 @@ struct Origin {
     std::size_t position = 0;  // in `ahead`
 
     const Place& stands() const { return store->places[place]; }
+    /// Fails with ERROR_ACCESS_DENIED for a store that was opened to be read, and for an object of
+    /// the machine's that the user's view shows: changes go to the side that was asked for.
+    storage::Access openForChange() const;
 };
 
 /// What an object of the store is found by, beside its hash.

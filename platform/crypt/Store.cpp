@@ -82,8 +82,7 @@ BOOL deleteFromStore(const typename Kind::Context* context) {
     return guarded([&] {
         const Origin* origin = Held<Kind>::of(context).origin();
         require(origin != nullptr, E_INVALIDARG);
-        require(!origin->store->readOnly, ERROR_ACCESS_DENIED);
-        require(origin->stands().openForWriting().stores().erase(origin->row), CRYPT_E_NOT_FOUND);
+        require(origin->openForChange().stores().erase(origin->row), CRYPT_E_NOT_FOUND);
     });
 }
 

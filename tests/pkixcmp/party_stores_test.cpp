@@ -98,7 +98,11 @@ TEST_F(PartyStoresTest, TheUsersViewHoldsTheMachinesObjects) {
     EXPECT_THAT(certificates(true), ElementsAre(alice));
     PKIXCMP_Base::CertStore_Add(L"S", alice, false);
     PKIXCMP_Base::CertStore_Del(L"S", alice, false);  // the user's copy alone
+    EXPECT_THROW(PKIXCMP_Base::CertStore_Del(L"S", alice, false), CryptException);
     EXPECT_THAT(certificates(true), ElementsAre(alice));
+    PKIXCMP_Base::CrlStore_Add(L"S", plain, true, true);
+    EXPECT_THROW(PKIXCMP_Base::CrlStore_Del(L"S", plain, false), CryptException);
+    EXPECT_THAT(crls(true), ElementsAre(plain));
 }
 
 TEST_F(PartyStoresTest, StoresThatCannotBeOpened) {

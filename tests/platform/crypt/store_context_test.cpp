@@ -101,7 +101,7 @@ TEST(StoreContext, CertificatesSayWhatLibcryptoReads) {
 TEST(StoreContext, EveryCertificateOfTheSystemsBundle) {
     std::unique_ptr<BIO, decltype(&BIO_free)> bundle(
         BIO_new_file("/etc/ssl/certs/ca-certificates.crt", "r"), BIO_free);
-    if (!bundle) GTEST_SKIP() << "no bundle on this machine";
+    ASSERT_TRUE(bundle) << "install the package ca-certificates";
     int count = 0;
     while (X509* one = PEM_read_bio_X509(bundle.get(), nullptr, nullptr, nullptr)) {
         SCOPED_TRACE(count++);
