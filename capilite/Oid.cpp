@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <string_view>
 
 #include "capilite/Ascii.h"
 #include "capilite/CAException.h"
@@ -28,6 +29,15 @@ bool readArc(const char*& p, ASN1OBJID& oid) {
     return true;
 }
 
+/// Whether an arc of more than one digit starts with a zero.
+bool hasOctalArc(std::string_view text) {
+    for (std::size_t i = 0; i + 1 < text.size(); ++i) {
+        const bool starts = i == 0 || text[i - 1] == '.';
+        if (starts && text[i] == '0' && text[i + 1] != '.') return true;
+    }
+    return false;
+}
+
 template <class Oid>
 int toText(std::string& text, const Oid& oid) {
     char buffer[TEXT_SIZE];
@@ -51,19 +61,17 @@ bool str2oid(const char* text, ASN1OBJID* oid) {
 
 bool str2oid(ASN1CTXT* context, const char* text, ASN1TObjId* oid) {
     constexpr bool failed = true;
-    std::string octets;
-    if (text != nullptr && asn1::oidFromText(text, octets)) {
-        const std::uint8_t* copy = rtCopyBytes(context, octets.data(), octets.size());
-        if (copy == nullptr) return failed;
-        *oid = ASN1TObjId(static_cast<std::uint32_t>(octets.size()), copy);
-        return !failed;
-    }
-    ASN1OBJID arcs;  // text in one of the other forms
-    if (str2oid(text, &arcs)) {
+    ASN1OBJID arcs;
+    if (!str2oid(text, &arcs)) return rtSetOID(context, oid, &arcs) < 0;
+    std::string octets;  // of an identifier with arcs that `ASN1OBJID` has no room for
+    if (text == nullptr || hasOctalArc(text) || !asn1::oidFromText(text, octets)) {
         context->setError(ASN_E_INVVAL, "text is no object identifier", 0);
         return failed;
     }
-    return rtSetOID(context, oid, &arcs) < 0;
+    const std::uint8_t* copy = rtCopyBytes(context, octets.data(), octets.size());
+    if (copy == nullptr) return failed;
+    *oid = ASN1TObjId(static_cast<std::uint32_t>(octets.size()), copy);
+    return !failed;
 }
 
 ASN1OBJID str2oid(const char* text) {

@@ -172,9 +172,8 @@ void CACMPT_Extensions::Delete(const std::string& oid) {
 }
 
 void ASN1T_Extension_traits::set(ASN1CTXT* ctxt, record_type& target, const value_type& source) {
-    ASN1OBJID id;
     target = ASN1T_Extension();
-    if (str2oid(source.oid.c_str(), &id) || rtSetOID(ctxt, &target.extnID, &id) < 0) {
+    if (str2oid(ctxt, source.oid.c_str(), &target.extnID)) {
         PKIXCMP_THROW(Asn1DecodeException, "str2oid failed");
     }
     target.critical = source.critical;
@@ -213,6 +212,9 @@ void ASN1T_Extensions_set(ASN1CTXT* context, ASN1T_Extensions& target,
 }
 
 void ASN1T_Extensions_get(const ASN1T_Extensions& source, CACMPT_Extensions& target) {
+    if (source.count > PKIXCMP_LIST_ITEMS) {
+        PKIXCMP_THROW(Asn1DecodeException, "too many extensions");
+    }
     for (const ASN1T_Extension& extension : source) {
         CACMPT_Extension read;
         ASN1T_Extension_traits::get(extension, read);

@@ -94,7 +94,7 @@ T* newValue(ASN1CTXT* context) {
 
 bool opens(XmlCursor& text, std::string_view name) {
     std::string_view tag;
-    return text.tag(tag) && stripped(tag) == name;
+    return text.tag(tag) && tag == name;
 }
 
 bool closes(XmlCursor& text, std::string_view name) {
@@ -175,14 +175,10 @@ bool readInner(XmlCursor& text, std::string_view name, std::string_view& inner) 
 bool readHoldInstruction(ASN1CTXT* context, XmlCursor& text, void*& value) {
     if (text.atEnd()) return true;
     std::string_view inner;
-    ASN1OBJID oid;
     auto* record = newValue<ASN1T_HoldInstruction>(context);
-    if (!readInner(text, "HoldInstruction", inner) || str2oid(std::string(inner).c_str(), &oid) ||
-        rtSetOID(context, &record->value, &oid) < 0) {
-        return false;
-    }
     value = record;
-    return true;
+    return readInner(text, "HoldInstruction", inner) &&
+           !str2oid(context, std::string(inner).c_str(), &record->value);
 }
 
 bool readInvalidityDate(ASN1CTXT* context, XmlCursor& text, void*& value) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <list>
 #include <string>
 
@@ -12,6 +13,10 @@
 inline constexpr int KEY_USAGE_BITS = 9;
 inline constexpr int CRL_REASONS_BITS = 7;
 inline constexpr unsigned int CRL_REASONS_ALL = 0x7F;
+
+/// The most extensions, and items of generalInfo, that a record takes from one list: each holds a
+/// blob, which is a thousand times the size of a small encoding.
+inline constexpr std::uint32_t PKIXCMP_LIST_ITEMS = 1024;
 
 /// Names of the key usage bits in XML text, by bit.
 PKIXCMP_API extern const char* const KeyUsageNames[KEY_USAGE_BITS];
@@ -82,7 +87,8 @@ struct PKIXCMP_API ASN1T_Extension_traits {
 /// Rebuilds the record's list from `source`, in the context.
 PKIXCMP_API void ASN1T_Extensions_set(ASN1CTXT* context, asn1data::ASN1T_Extensions& target,
                                       const CACMPT_Extensions& source);
-/// Appends the extensions of the record; duplicates stay.
+/// Appends the extensions of the record; duplicates stay. More than `PKIXCMP_LIST_ITEMS` are an
+/// `Asn1DecodeException`.
 PKIXCMP_API void ASN1T_Extensions_get(const asn1data::ASN1T_Extensions& source,
                                       CACMPT_Extensions& target);
 /// Replaces the extension of the identifier in its place, or appends. The value is a decoded one of

@@ -52,8 +52,7 @@ void encodeGeneralInfo(ASN1CTXT* context, ASN1T_GenMsgContent& out, const CACMPT
             node.infoValue = ASN1OpenType(item.value.size, bytes);
             node.m.infoValuePresent = true;
         }
-        ASN1OBJID oid;
-        if (str2oid(item.oid.c_str(), &oid) || rtSetOID(context, &node.infoType, &oid) < 0) {
+        if (str2oid(context, item.oid.c_str(), &node.infoType)) {
             PKIXCMP_THROW(Asn1DecodeException, "Invalid oid");
         }
         if (asn1DTC_InfoTypeAndValue(context, &node) < 0) throwRuntime(context);
@@ -62,6 +61,9 @@ void encodeGeneralInfo(ASN1CTXT* context, ASN1T_GenMsgContent& out, const CACMPT
 }
 
 void parseGeneralInfo(const ASN1T_GenMsgContent& in, CACMPT_GeneralInfo& out) {
+    if (in.count > PKIXCMP_LIST_ITEMS) {
+        PKIXCMP_THROW(Asn1DecodeException, "too many items of generalInfo");
+    }
     char oid[128];
     for (const ASN1T_InfoTypeAndValue& item : in) {
         str1cpy(oid, item.infoType, sizeof oid, "oid too long");

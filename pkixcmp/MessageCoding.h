@@ -23,7 +23,8 @@ PKIXCMP_API void ASN1CMPMessage_Encode(const PKIXCMP_Message& message,
                                        ASN1BERDecodeBuffer& decodeBuffer);
 /// Fills the record from the header. Sender and recipient must be directory names and come as text
 /// without "dn:" in front; a name that does not fit the record is cut. `FreeText` is appended to. A
-/// message without messageTime leaves the zero date.
+/// message without messageTime leaves the zero date. More than `PKIXCMP_LIST_ITEMS` items of
+/// generalInfo are an `Asn1DecodeException`.
 PKIXCMP_API void ASN1CMPMessage_Parse(asn1data::ASN1T_PKIMessage& in, PKIXCMP_Message& message);
 
 /// A GeneralName from "rfc:…", "dns:…" or "dn:…". 0, or 1 for text of no such form; a distinguished

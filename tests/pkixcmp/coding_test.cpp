@@ -237,8 +237,26 @@ TEST_F(MessageHeader, IdentifiersAreReadUpToTheirRoom) {
     read();
     EXPECT_EQ(record->GeneralInfo.front().oid.size(), 124u);
     EXPECT_TRUE(record->GeneralInfo.front().oid.starts_with("1.2.549755813888.1.1"));
+    auto answer = addressed();
+    answer->GeneralInfo = record->GeneralInfo;
+    EXPECT_EQ(parsed(encoded(*answer))->GeneralInfo.front().oid, record->GeneralInfo.front().oid);
     octets.append(2, '\1');
     EXPECT_EQ(failure(read), "Asn1DecodeException oid too long");
+}
+
+// Each item takes a buffer of its own: a megabyte of small ones would take half a gigabyte.
+TEST_F(MessageHeader, ItemsAreReadUpToTheirBound) {
+    const CACMPT_BLOB der = encoded(*addressed());
+    for (const int count : {1024, 1025}) {
+        Decoded<ASN1T_PKIMessage> message(der);
+        message->header.m.generalInfoPresent = true;
+        for (int i = 0; i < count; ++i) {
+            message->header.generalInfo.append(message.ctxt())->infoType = id_it_implicitConfirm;
+        }
+        auto record = std::make_unique<PKIXCMP_Message>();
+        EXPECT_EQ(failure([&] { ASN1CMPMessage_Parse(message.value, *record); }),
+                  count == 1024 ? "none" : "Asn1DecodeException too many items of generalInfo");
+    }
 }
 
 TEST_F(MessageHeader, ALongNameIsCutToTheRecord) {

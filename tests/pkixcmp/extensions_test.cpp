@@ -31,9 +31,13 @@ TEST(ExtensionText, GivesTheDerAndReadsBack) {
         {reasonCode, "<CRLReason><8/></CRLReason>", "0A0108",
          "<CRLReason><removeFromCRL/></CRLReason>"},
         {reasonCode, "<CRLReason><7/></CRLReason>", "0A0107", nullptr},
+        {reasonCode, "<CRLReason> 8 </CRLReason>", "0A0108",
+         "<CRLReason><removeFromCRL/></CRLReason>"},
         {reasonCode, "<CRLReason><0x9/></CRLReason>", "0A0109", "<CRLReason><9/></CRLReason>"},
         {reasonCode, "", "0A0100", "<CRLReason><unspecified/></CRLReason>"},
         {hold, "<HoldInstruction>1.2.840.10040.2.2</HoldInstruction>", "06072A8648CE380202",
+         nullptr},
+        {hold, "<HoldInstruction>1.2.549755813888</HoldInstruction>", "06072A908080808000",
          nullptr},
         {hold, "", "", ""},
         {invalidity, "<InvalidityDate>20260101000000Z</InvalidityDate>",
@@ -73,7 +77,7 @@ TEST(ExtensionText, OfWrongFormIsRefused) {
          {"KeyUsage", "<KeyUsage>", "<KeyUsage><cRLSign/>", "<KeyUsage><noSuchBit/></KeyUsage>",
           "<KeyUsage><cRLSign></KeyUsage>", "<KeyUsage><cRLSign/></KeyUsage>x",
           "<KeyUsage/><KeyUsage/>", "<Keyusage></Keyusage>", "<KeyUsage>x</KeyUsage>",
-          "<KeyUsage><cRLSign/></CRLReason>", "<KeyUsage", "<"}},
+          "<KeyUsage ></KeyUsage>", "<KeyUsage><cRLSign/></CRLReason>", "<KeyUsage", "<"}},
         {reasonCode,
          "Invalid CRLReason format",
          {"<CRLReason></CRLReason>", "<CRLReason><superseded/>", "<CRLReason/>",
@@ -187,12 +191,14 @@ TEST(ExtensionList, GoesToTheRecordAndBack) {
     CACMPT_Extensions list;
     list.push_back(unknown("0500", true));
     list.push_back(unknown("", false));  // a second of the same stays
+    list.push_back(unknown("0500", false));
+    list.back().oid = "1.2.549755813888";  // an arc of 40 bits
     list.push_back(extension(
         "2.5.29.19", "<BasicConstraintsSyntax><cA><true/></cA></BasicConstraintsSyntax>", true));
     ASN1CtxtRef context;
     ASN1T_Extensions record;
     ASN1T_Extensions_set(context.get(), record, list);
-    ASSERT_EQ(record.count, 3u);
+    ASSERT_EQ(record.count, 4u);
     bool critical = true;
     const auto* value = ASN1T_Extensions_find(record, id_ce_basicConstraints, critical);
     ASSERT_NE(value, nullptr);
@@ -201,7 +207,7 @@ TEST(ExtensionList, GoesToTheRecordAndBack) {
     ASN1T_Extensions_get(record, back);
     EXPECT_EQ(describe(back), describe(list));
     ASN1T_Extensions_get(record, back);
-    EXPECT_EQ(back.size(), 6u);  // appended
+    EXPECT_EQ(back.size(), 8u);  // appended
     ASN1T_Extensions_set(context.get(), record, {});
     EXPECT_TRUE(record.empty());
 
@@ -213,6 +219,19 @@ TEST(ExtensionList, GoesToTheRecordAndBack) {
         EXPECT_EQ(failure([&] { ASN1T_Extensions_set(context.get(), record, list); }, source),
                   "Asn1DecodeException str2oid failed");
     }
+}
+
+// Each extension takes a buffer of its own: a megabyte of small ones would take half a gigabyte.
+TEST(ExtensionList, IsReadUpToItsBound) {
+    ASN1CtxtRef context;
+    ASN1T_Extensions record;
+    ASN1T_Extensions_set(context.get(), record, CACMPT_Extensions(1024, unknown("", false)));
+    CACMPT_Extensions list;
+    ASN1T_Extensions_get(record, list);
+    EXPECT_EQ(list.size(), 1024u);
+    *record.append(context.get()) = record.front();
+    EXPECT_EQ(failure([&] { ASN1T_Extensions_get(record, list); }, source),
+              "Asn1DecodeException too many extensions");
 }
 
 TEST(ExtensionList, ReplacesInPlaceOrAppends) {
