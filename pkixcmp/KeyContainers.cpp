@@ -55,9 +55,9 @@ std::uint32_t readState(WndProv& wnd, unsigned long long provider, const char* n
     return code;
 }
 
-PinParam pinParam(const PinBuffer& pin) {
+PinParam pinParam(PinBuffer& pin) {
     PinParam parameter;
-    parameter.text = pin.text;
+    parameter.text = pin.c_str();
     return parameter;
 }
 
@@ -65,7 +65,7 @@ const std::uint8_t* bytesOf(const PinParam& parameter) {
     return reinterpret_cast<const std::uint8_t*>(&parameter);
 }
 
-void supplyPin(unsigned long long provider, const PinBuffer& pin) {
+void supplyPin(unsigned long long provider, PinBuffer& pin) {
     const PinParam parameter = pinParam(pin);
     if (!CryptSetProvParam(provider, PP_SET_AUTH, bytesOf(parameter), 0)) {
         PKIXCMP_THROW(CryptException, GetLastError());

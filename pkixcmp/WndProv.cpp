@@ -37,6 +37,11 @@ std::string readerOf(const char* containerName) {
 
 PinBuffer::~PinBuffer() { OPENSSL_cleanse(text, sizeof text); }
 
+const char* PinBuffer::c_str() {
+    text[sizeof text - 1] = 0;
+    return text;
+}
+
 WndProv::~WndProv() = default;
 
 WIN32WndProv::~WIN32WndProv() = default;
@@ -93,5 +98,5 @@ CryptSetPinCallbackWndProv::~CryptSetPinCallbackWndProv() = default;
 std::string CryptSetPinCallbackWndProv::get_pin() {
     PinBuffer pin;
     wnd_->get_current_pin("", 3, pin.text, 0, 0);
-    return pin.text;
+    return pin.c_str();
 }

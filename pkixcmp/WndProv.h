@@ -13,6 +13,8 @@ struct PKIXCMP_API PinBuffer {
     PinBuffer(const PinBuffer&) = delete;
     PinBuffer& operator=(const PinBuffer&) = delete;
     ~PinBuffer();
+    /// The PIN; one that fills the buffer without a zero is cut.
+    const char* c_str();
 };
 
 /// Every question to a person goes through this interface; the library has no dialogues of its own.

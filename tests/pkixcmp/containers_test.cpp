@@ -245,6 +245,20 @@ TEST_F(ContainersTest, FixedAnswersAreGivenOnce) {
         EXPECT_EQ(cryptError([&] { fixed.get_new_pin("", pin.text, 0, 0); }), NTE_BAD_LEN);
         EXPECT_EQ(cryptError([&] { fixed.get_current_pin("", 3, pin.text, 0, 0); }), NTE_BAD_LEN);
     }
+    class Unterminated : public ScriptedWndProv {
+        bool get_current_pin(const char*, short, char* buffer, short, int) override {
+            std::memset(buffer, '9', sizeof PinBuffer::text);
+            return true;
+        }
+        bool get_new_pin(const char* name, char* buffer, short parts, int part) override {
+            return get_current_pin(name, 3, buffer, parts, part);
+        }
+    } full;
+    EXPECT_EQ(CryptSetPinCallbackWndProv(&full).get_pin(), "99999999");
+    const std::string nines = made("nines", "");
+    EXPECT_TRUE(change_pin(full, prov_handle(openContainer(nines)), "nines", 0, 0));
+    EXPECT_TRUE(opensWith(nines, "99999999"));
+    EXPECT_NE(get_pin_load(full, prov_handle(openContainer(nines)), "nines", 0, 0), 0u);
     EXPECT_TRUE(longest.insert_create("c", 0, 0, 0));
     SetLastError(NTE_PERM);
     EXPECT_EQ(cryptError([&] { longest.insert_create("c", 5, 0, 0); }), NTE_PERM);
