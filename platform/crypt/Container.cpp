@@ -115,7 +115,9 @@ std::shared_ptr<Container> Container::open(Place place, const ProviderType& type
 
 void Container::remove(const Place& place) {
     const auto reader = Folder::open(place.reader.folder, Folder::Lock::exclusive);
-    require(reader && reader->has(place.name), NTE_BAD_KEYSET);
+    require(reader.has_value(), NTE_BAD_KEYSET);
+    sweepReader(*reader);
+    require(reader->has(place.name), NTE_BAD_KEYSET);
     const std::string removing = uniqueName(removingPrefix);
     {
         // Whoever is at work in the container finishes first. What is no folder has no such user.

@@ -33,7 +33,7 @@ public:
     /// Fails with NTE_BAD_KEYSET where there is none, NTE_KEYSET_ENTRY_BAD for one that is not
     /// whole, NTE_BAD_PROV_TYPE for one of another provider type.
     static std::shared_ptr<Container> open(Place place, const ProviderType& type);
-    /// Removes a container, also one that is not whole.
+    /// Removes a container, also one that is not whole, and what an earlier removal left behind.
     static void remove(const Place& place);
     /// The containers of a reader that belong to a type; those that are not whole belong to every
     /// type.

@@ -120,6 +120,14 @@ TEST_F(ProviderPin, TryIsUsedUpBeforeThePinIsLookedAt) {
     make();
     const auto& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
     const provider::Place place = provider::findPlace(type, name, false);
+    // A try that cannot be written down is none.
+    provider::setFileStep([](const char*) { return false; });
+    const Context noDisk = open();
+    EXPECT_TRUE(setPin(noDisk, PP_SET_AUTH, rightPin));
+    EXPECT_EQ(status(noDisk), NTE_SYS_ERR);
+    provider::setFileStep(nullptr);
+    EXPECT_TRUE(sign(noDisk, "text").empty());
+    EXPECT_EQ(tries(), "3\n");
     // The process dies as soon as the first write is done, whatever the PIN is.
     for (const char* left : {"2\n", "1\n", "0\n"}) {
         const int ended = inOtherProcess([&] {
