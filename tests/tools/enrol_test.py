@@ -102,6 +102,10 @@ class Enrol(ProgramTest):
                              code=1)
         self.assertOneLine(done, url, "is the CA running")
         self.assert_nothing_left()
+        done = self.home.run("enrol", "--server", url, "--recipient", ROOT, "--subject", "CN=A",
+                             "--config", "alice", code=2)
+        self.assertOneLine(done, "--config")
+        self.assert_nothing_left()
 
     def test_root_is_not_overwritten(self):
         self.home.root()

@@ -68,6 +68,10 @@ void fill(const Options& options, RequestInfo& request) {
     setHeaderName(request.RecipientGeneralName, readName(options.recipient, "--recipient"));
     if (!options.san.empty()) request.Extensions.Insert(subjectAltName(options.san));
     if (!options.keyUsage.empty()) request.Extensions.Insert(keyUsage(options.keyUsage));
+    if (!options.config.empty() && options.config[0] != '\\') {
+        throw UsageError("--config takes a path like '\\local\\alice', not '" + options.config +
+                         "'");
+    }
 }
 
 std::string transferFailure(const std::string& url, int code) {
@@ -100,11 +104,12 @@ CACMPT_BLOB send(const std::string& url, const CACMPT_BLOB& request) {
     return reply;
 }
 
+/// The key of a certificate that the CA has issued is never thrown away, however installing ends.
 void install(FreshKey& key, const CACMPT_BLOB& certificate, const std::string& config) {
-    doing("install the certificate", [&] {
+    key.keep();
+    doing("install the certificate (its key is kept in " + key.container() + ")", [&] {
         key->CertRepMessage_Install(certificate, config.empty() ? nullptr : config.c_str());
     });
-    key.keep();
 }
 
 int tellIssued(const Options& options, Context& context, const CACMPT_BLOB& certificate,
