@@ -32,9 +32,9 @@ std::optional<std::string> narrowIfGiven(const wchar_t* text, const char* what) 
 
 }  // namespace
 
-int SendPKIRequest(const wchar_t* url, const wchar_t* header1, const wchar_t* header2,
-                   const wchar_t* proxyAddress, const wchar_t* proxyAuth,
-                   const CACMPT_BLOB& request, CACMPT_BLOB& reply) {
+extern "C" int SendPKIRequest(const wchar_t* url, const wchar_t* header1, const wchar_t* header2,
+                              const wchar_t* proxyAddress, const wchar_t* proxyAuth,
+                              const CACMPT_BLOB& request, CACMPT_BLOB& reply) {
     std::string address = narrow(url, "url");
     std::list<std::string> headers = {narrow(header1, "header1"), narrow(header2, "header2")};
     auto proxy = narrowIfGiven(proxyAddress, "proxyAddress");

@@ -10,6 +10,7 @@
 /// failed transfer, an HTTP status that is no 2xx or an error of the HTTP library, and 456 stands
 /// for those of 512 or above; `reply` is then left as it was. A text of more than 254 bytes is
 /// refused by `CAException` before anything is sent.
-PKIXCMP_API int SendPKIRequest(const wchar_t* url, const wchar_t* header1, const wchar_t* header2,
-                               const wchar_t* proxyAddress, const wchar_t* proxyAuth,
-                               const CACMPT_BLOB& request, CACMPT_BLOB& reply);
+extern "C" PKIXCMP_API int SendPKIRequest(const wchar_t* url, const wchar_t* header1,
+                                          const wchar_t* header2, const wchar_t* proxyAddress,
+                                          const wchar_t* proxyAuth, const CACMPT_BLOB& request,
+                                          CACMPT_BLOB& reply);

@@ -7,6 +7,9 @@
 #include "pkixcmp/SendPKIRequest.h"
 #include "tests/HttpPeer.h"
 
+/// What a program finds that knows the name alone; null when there is none.
+extern "C" [[gnu::weak]] decltype(SendPKIRequest) plainName __asm__("SendPKIRequest");
+
 namespace {
 
 std::wstring wide(const std::string& text) { return {text.begin(), text.end()}; }
@@ -44,6 +47,8 @@ TEST(SendRequest, AnswersAndStatuses) {
         EXPECT_LT(got.find("Content-Type: application/pkixcmp\r\n"), got.find("X-Trial: ж\r\n"));
     }
 }
+
+TEST(SendRequest, IsFoundByItsPlainName) { EXPECT_EQ(&plainName, &SendPKIRequest); }
 
 TEST(SendRequest, GoesThroughTheProxy) {
     HttpPeer proxy(HttpPeer::whole(200, "by proxy"));
