@@ -165,7 +165,10 @@ Folder Container::enter(Folder::Lock lock) {
     auto folder = Folder::open(place_.path(), lock);
     require(folder.has_value(), NTE_BAD_KEYSET);
     header_ = readHeader(*folder);
-    if (unlocked_ && unlocked_->generation != header_.generation) unlocked_.reset();
+    if (unlocked_ && unlocked_->generation != header_.generation) {
+        unlocked_.reset();
+        loaded_.clear();
+    }
     if (lock == Folder::Lock::exclusive) sweep(*folder, header_);
     return std::move(*folder);
 }

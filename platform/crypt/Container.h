@@ -19,7 +19,7 @@ namespace provider {
 /// what one handle has opened of it. A container with a PIN is locked until the PIN is given.
 /// Several objects, also of other processes, may stand for one container: every change locks the
 /// folder and reads its header anew, and an object whose PIN was changed by another is locked
-/// again.
+/// again as soon as it does so; until then the keys that it has opened serve it.
 ///
 /// Safe to use from several threads at once.
 class Container {
