@@ -346,6 +346,7 @@ TEST(AsnTime, Comparison) {
     EXPECT_EQ(failureOf([&] { compare_time(unknown, object); }),
               "Asn1DecodeException Unsupported ASN1T_Time.t");
     EXPECT_EQ(failureOf([&] { compare_time(utc, bad); }).substr(0, 14), "Asn1Exception ");
+    EXPECT_EQ(failureOf([&] { compare_time(bad, utc); }).substr(0, 14), "Asn1Exception ");
 }
 
 TEST(AsnTime, DaysAndMillisecondsAreAdded) {
