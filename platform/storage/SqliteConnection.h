@@ -84,6 +84,11 @@ private:
     std::vector<std::pair<const char*, sqlite3_stmt*>> kept_;
 };
 
+/// The octets of a text, for columns that hold names byte for byte.
+inline BytesView view(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
 /// A transaction that holds the write lock from its beginning, so that it never fails half-way for
 /// another writer. Rolled back unless committed.
 class WriteTransaction {

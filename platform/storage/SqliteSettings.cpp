@@ -6,10 +6,6 @@ namespace storage::sqlite {
 
 namespace {
 
-BytesView view(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
 /// The key's octets in the table: see the schema.
 std::string keyOctets(std::string_view key) {
     std::string octets(key);

@@ -9,10 +9,6 @@ namespace {
 /// Big objects end a page early, so that a page of long CRLs does not fill the memory.
 constexpr std::size_t pageOctets = 1 << 20;
 
-BytesView view(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
 std::int64_t number(ObjectKind kind) { return static_cast<std::int64_t>(kind); }
 
 /// One query a kind of search, each over the index of its name.

@@ -172,6 +172,18 @@ void Folder::dropIfStale(bool writing) {
                 file.string() + ": " + std::strerror(error));
 }
 
+/// Makes the entries of a folder last, where the file system knows how to (EINVAL: it does not).
+/// False, with errno, when that failed.
+bool syncFolder(const std::filesystem::path& path) {
+    int folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) return false;
+    const bool good = ::fsync(folder) == 0 || errno == EINVAL;
+    const int error = errno;
+    ::close(folder);
+    errno = error;
+    return good;
+}
+
 /// Makes an empty file for its owner alone, lasting once this returns.
 void makeFile(const std::filesystem::path& file) {
     constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
@@ -185,10 +197,7 @@ void makeFile(const std::filesystem::path& file) {
         failFile(file, errno);
     }
     ::close(made);
-    int folder = ::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0) failFile(file, errno);
-    ::fsync(folder);
-    ::close(folder);
+    if (!syncFolder(file.parent_path())) failFile(file, errno);
 }
 
 /// False when there is no file.
@@ -248,7 +257,9 @@ private:
 void makeFolder(const std::filesystem::path& folder) {
     if (folder.empty() || ::access(folder.c_str(), F_OK) == 0) return;
     if (folder.parent_path() != folder) makeFolder(folder.parent_path());
-    ::mkdir(folder.c_str(), 0700);
+    if (::mkdir(folder.c_str(), 0700) != 0) return;
+    // A folder above that may not be opened still holds the entry, only not for sure after a crash.
+    syncFolder(folder.has_parent_path() ? folder.parent_path() : ".");
 }
 
 Access::Access() = default;
