@@ -133,12 +133,14 @@ void CACMPT_BLOB::assign(const void* bytes, std::size_t n) {
         clear();
         return;
     }
-    CACMPT_BLOB old;  // lives until the bytes are copied, which may be its own
-    if (capacity < n) {
-        old.swap(*this);
-        grow(n, Content::dropped);
+    if (n <= capacity) {
+        std::memmove(data, bytes, n);
+    } else {
+        CACMPT_BLOB larger;
+        larger.grow(n, Content::dropped);
+        std::memcpy(larger.data, bytes, n);
+        swap(larger);
     }
-    std::memmove(data, bytes, n);
     size = static_cast<std::uint32_t>(n);
 }
 

@@ -71,6 +71,8 @@ TEST(Blob, ReservingKeepsTheContent) {
     EXPECT_EQ(blob.view(), "abc");
     EXPECT_EQ(blob.capacity, 524288u);
     EXPECT_THROW(blob.reserve(0x100000000), std::bad_alloc);
+    EXPECT_THROW(blob.append("d", 0x100000000), std::bad_alloc);
+    EXPECT_THROW(blob.assign("d", 0x100000000), std::bad_alloc);
     EXPECT_EQ(blob.view(), "abc");
 }
 
