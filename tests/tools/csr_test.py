@@ -125,6 +125,12 @@ class Requests(ProgramTest):
                 self.home.issue(more=("--allow-ca",))
                 self.assertIn(words, self.home.x509("issued.pem"))
 
+    def test_an_extension_twice_is_refused(self):
+        self.home.p10(self.request("csr", KEYS["P-256"], "-addext", "nsComment=a", "-addext",
+                                   "2.16.840.1.113730.1.13=ASN1:IA5:b"))
+        self.assertOneLine(self.home.issue(code=1), "extension twice")
+        self.assert_refusal("issued.rsp", "badRequest")
+
     def test_reject(self):
         self.home.p10(self.request("csr", KEYS["P-256"]))
         common = ["reject", "--ca", CA, "--reqin", self.home.path("request.der"), "--rspout",

@@ -1,6 +1,7 @@
 #include "tools/pkixcmp/Ca.h"
 
 #include <algorithm>
+#include <set>
 
 #include "capilite/ASN1Util.h"
 #include "platform/support/Text.h"
@@ -94,6 +95,15 @@ bool asksForCa(const CACMPT_Extensions& extensions) {
     return false;
 }
 
+/// RFC 5280 4.2: a certificate must not hold two extensions of one kind.
+bool repeatsAnExtension(const CACMPT_Extensions& extensions) {
+    std::set<std::string> seen;
+    for (const CACMPT_Extension& extension : extensions) {
+        if (!seen.insert(extension.oid).second) return true;
+    }
+    return false;
+}
+
 /// The certificate of an answer that was just made, as DER and by its serial number.
 void noteCertificate(CaAnswer& out) {
     Message reply(out.reply, "the answer");
@@ -160,6 +170,9 @@ void Responder::setValidity(CertificateInfo& certificate) const {
     certificate.ValidityOverride = true;
 }
 
+// Refusals take failure bits among the first ten alone: these have the same place on the wire here
+// and in RFC 4210, so that every client reads what is meant.
+
 void Responder::issue(Message& message, const CACMPT_BLOB& request, CaAnswer& out) {
     CertificateInfo certificate;
     try {
@@ -167,8 +180,12 @@ void Responder::issue(Message& message, const CACMPT_BLOB& request, CaAnswer& ou
     } catch (const Asn1DecodeException& failure) {
         return refuse(message, request, FailureInfo::badDataFormat, meaningOf(failure), out);
     }
+    if (repeatsAnExtension(certificate.Extensions)) {
+        return refuse(message, request, FailureInfo::badRequest,
+                      "the request names an extension twice", out);
+    }
     if (!policy_.allowCa && asksForCa(certificate.Extensions)) {
-        return refuse(message, request, FailureInfo::unacceptedExtension,
+        return refuse(message, request, FailureInfo::badRequest,
                       "the request asks for the rights of a CA, which are not given here", out);
     }
     setValidity(certificate);
