@@ -164,8 +164,10 @@ int Container::triesLeft() {
 Folder Container::enter(Folder::Lock lock) {
     auto folder = Folder::open(place_.path(), lock);
     require(folder.has_value(), NTE_BAD_KEYSET);
-    header_ = readHeader(*folder);
-    if (unlocked_ && unlocked_->generation != header_.generation) {
+    ContainerHeader present = readHeader(*folder);
+    require(present.providerType == header_.providerType, NTE_BAD_PROV_TYPE);
+    header_ = std::move(present);
+    if (unlocked_ && unlocked_->lock != header_.lock()) {
         unlocked_.reset();
         loaded_.clear();
     }
@@ -184,9 +186,9 @@ void Container::commit(const Folder& folder, ContainerHeader next) {
 void Container::openWithoutPin() {
     if (unlocked_) return;
     if (isSelfProtected(header_)) {
-        unlocked_ = Unlocked{vaultPassword(header_.salt), header_.generation};
+        unlocked_ = Unlocked{vaultPassword(header_.salt), header_.lock()};
     } else if (header_.protection == Protection::pin && !header_.pinSet()) {
-        unlocked_ = Unlocked{Secret(), header_.generation};
+        unlocked_ = Unlocked{Secret(), header_.lock()};
     }
 }
 
@@ -248,9 +250,9 @@ void Container::protectAgain(const std::function<Secret(ContainerHeader&)>& chan
         key.privateFile = fileStem(key.spec) + ".pem";
         folder.write(key.privateFile, encryptKey(privateKey->get(), password));
     }
-    const std::uint64_t generation = next.generation;
+    std::string lock = next.lock();
     commit(folder, std::move(next));
-    unlocked_ = Unlocked{std::move(password), generation};
+    unlocked_ = Unlocked{std::move(password), std::move(lock)};
     if (header_.protection == Protection::pin && readTries(folder) != allTries) {
         writeTries(folder, allTries);
     }
@@ -265,7 +267,7 @@ void Container::testPin(const Folder& folder, Secret pin) {
     const bool right = header_.pinSet() ? unseal(header_.sealed, pin).has_value() : pin.empty();
     require(right, tries == 1 ? SCARD_W_CHV_BLOCKED : SCARD_W_WRONG_CHV);
     writeTries(folder, allTries);
-    unlocked_ = Unlocked{std::move(pin), header_.generation};
+    unlocked_ = Unlocked{std::move(pin), header_.lock()};
 }
 
 void Container::openWithoutAsking() {

@@ -75,8 +75,8 @@ public:
 
 private:
     struct Unlocked {
-        Secret password;  // of the key files
-        std::uint64_t generation;
+        Secret password;   // of the key files
+        std::string lock;  // of the header that it belongs to
     };
     struct LoadedKey {
         std::string publicFile;  // tells whether the key is still the one on the disk

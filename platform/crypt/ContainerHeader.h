@@ -36,6 +36,9 @@ struct ContainerHeader {
     std::string text() const;
 
     bool pinSet() const { return !sealed.empty(); }
+    /// Tells how this container is locked from how it was before each change, and from the lock of
+    /// any other container of its name.
+    std::string lock() const { return std::to_string(generation) + ' ' + salt + ' ' + sealed; }
     /// Null when there is no key of this key spec.
     const StoredKey* key(DWORD spec) const;
     StoredKey* key(DWORD spec);

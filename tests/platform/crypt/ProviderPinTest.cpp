@@ -171,6 +171,27 @@ TEST_F(ProviderPin, ChangedPinCountsForEveryHandle) {
     EXPECT_FALSE(sign(open(), "text", CALG_SHA_256, AT_KEYEXCHANGE).empty());
 }
 
+// A handle whose container was replaced by another of its name must not lock keys with what opened
+// the first: they would be lost.
+TEST_F(ProviderPin, AnotherContainerOfTheNameIsOpenedAnew) {
+    make();
+    const Context locked = open();
+    ASSERT_TRUE(setPin(locked, PP_SET_AUTH, rightPin));
+    const Context vault("v", PROV_ECDSA_P256, CRYPT_NEWKEYSET);
+    ASSERT_EQ(status(locked) | status(vault), ERROR_SUCCESS);
+    for (const char* each : {name, "v"}) {
+        Context(each, PROV_ECDSA_P256, CRYPT_DELETEKEYSET);
+        const Context another(each, PROV_ECDSA_P256, CRYPT_NEWKEYSET);
+        ASSERT_TRUE(generate(another));
+        if (each == name) {
+            ASSERT_TRUE(setPin(another, PP_CHANGE_AUTH, "another"));
+        }
+    }
+    EXPECT_EQ(codeOf(generate(locked)), SCARD_W_WRONG_CHV);
+    EXPECT_TRUE(generate(vault));
+    EXPECT_FALSE(sign(Context("v", PROV_ECDSA_P256, 0), "text").empty());
+}
+
 TEST_F(ProviderPin, WrongPinLocksAnOpenHandle) {
     make();
     const Context context = open();
