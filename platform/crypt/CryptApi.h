@@ -32,7 +32,7 @@ inline constexpr DWORD PROV_ECDSA_P256 = 75;
 inline constexpr DWORD PROV_RSA_3072 = 80;
 inline constexpr DWORD PROV_ECDSA_P384 = 81;
 
-// Key specifications.
+// Key specs.
 inline constexpr DWORD AT_KEYEXCHANGE = 1;
 inline constexpr DWORD AT_SIGNATURE = 2;
 
