@@ -2,7 +2,7 @@
 
 #include "platform/crypt/CryptApi.h"
 
-// Owners of handles that live for one operation.
+// Handles that live for one operation, and how a private key is opened. Internal to the library.
 
 /// A hash object, destroyed with its owner.
 class HashHandle {
@@ -35,3 +35,15 @@ public:
 private:
     HCRYPTKEY handle_ = 0;
 };
+
+/// A provider handle on the private key of a certificate, which is the caller's to release; 0 with
+/// the last error.
+inline HCRYPTPROV openPrivateKey(PCCERT_CONTEXT certificate, DWORD& keySpec) {
+    HCRYPTPROV provider = 0;
+    BOOL owned = 0;
+    if (!CryptAcquireCertificatePrivateKey(certificate, 0, nullptr, &provider, &keySpec, &owned) ||
+        (!owned && !CryptContextAddRef(provider, nullptr, 0))) {
+        return 0;
+    }
+    return provider;
+}

@@ -6,6 +6,7 @@
 #include "capilite/BigInt.h"
 #include "capilite/CAException.h"
 #include "capilite/Contexts.h"
+#include "capilite/CryptGuards.h"
 #include "capilite/Handles.h"
 #include "capilite/ParsedRdn.h"
 #include "capilite/StoreFind.h"
@@ -296,15 +297,9 @@ void FindInStoreAndAcquirePrivateKey(const CACMPT_BLOB& certificate, const wchar
     }
     const CertContextPtr found = findExisting(store.get(), *sought);
     if (!found) PKIXCMP_THROW(CryptException, GetLastError());
-    HCRYPTPROV handle = 0;
     DWORD spec = 0;
-    BOOL callerFrees = 0;
-    if (!CryptAcquireCertificatePrivateKey(found.get(), 0, nullptr, &handle, &spec, &callerFrees)) {
-        PKIXCMP_THROW(CryptException, GetLastError());
-    }
-    if (!callerFrees && !CryptContextAddRef(handle, nullptr, 0)) {
-        PKIXCMP_THROW(CryptException, GetLastError());
-    }
+    const HCRYPTPROV handle = openPrivateKey(found.get(), spec);
+    if (handle == 0) PKIXCMP_THROW(CryptException, GetLastError());
     provider = handle;
     keySpec = spec;
 }

@@ -91,12 +91,8 @@ void fillFromPkcs10(CertificateTemplate& work, const ASN1T_CertificationRequest&
     ASN1T_TBSCertificate& tbs = work.certificate.tbsCertificate;
     tbs.subject = info.subject;
     tbs.subjectPublicKeyInfo = info.subjectPKInfo;
-    for (const ASN1T_Attribute& attribute : info.attributes) {
-        const bool asksForExtensions =
-            attribute.type == id_ms_certExtensions || attribute.type == pkcs_9_at_extensionRequest;
-        if (!asksForExtensions || attribute.values.empty()) continue;
-        appendExtensions(work, requestedExtensions(work, attribute.values.front()));
-        return;
+    if (const ASN1T_Attribute* attribute = extensionRequest(info.attributes)) {
+        appendExtensions(work, requestedExtensions(work, attribute->values.front()));
     }
 }
 

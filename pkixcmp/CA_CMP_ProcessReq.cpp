@@ -207,15 +207,8 @@ CACMPT_BLOB issue(const PKIXCMP_Server& ca, CertificateInfo& record, Counter& co
 }
 
 void refuse(Reply& reply, const RequestInfo& record) {
-    ASN1CTXT* ctxt = reply.buffer.getCtxtPtr();
-    ASN1T_PKIStatusInfo& status = reply.response.status;
-    if (!record.RejectText.empty()) {
-        status.m.statusStringPresent = true;
-        FreeText_Encode(ctxt, status.statusString, record.RejectText);
-    }
-    status.status = record.RejectStatus;
-    status.m.failInfoPresent =
-        setBits(ctxt, status.failInfo, FailureInfo::sequence, record.RejectFailureInfo);
+    setStatus(reply.buffer.getCtxtPtr(), reply.response.status, record.RejectStatus,
+              record.RejectText, record.RejectFailureInfo);
 }
 
 /// The certReqId that a refusal answers: that of the request; a PKCS#10 request has none.

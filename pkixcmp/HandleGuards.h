@@ -2,27 +2,10 @@
 
 #include "platform/crypt/CryptApi.h"
 
-// Owners of key objects and stores; those of contexts are in capilite/Contexts.h. Internal to the
-// library.
+// The owner of a store; those of contexts are in capilite/Contexts.h, those of keys in
+// capilite/CryptGuards.h. Internal to the library.
 
 namespace pkixcmp_detail {
-
-/// A key object.
-class KeyHandle {
-public:
-    KeyHandle() = default;
-    KeyHandle(const KeyHandle&) = delete;
-    KeyHandle& operator=(const KeyHandle&) = delete;
-    ~KeyHandle() {
-        if (key_) CryptDestroyKey(key_);
-    }
-    HCRYPTKEY get() const { return key_; }
-    /// For functions that return a handle through an argument.
-    HCRYPTKEY* out() { return &key_; }
-
-private:
-    HCRYPTKEY key_ = 0;
-};
 
 /// A store that is closed with its result looked at on the good path.
 class Store {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "capilite/Contexts.h"
+#include "capilite/CryptGuards.h"
 #include "config/Ini.h"
 #include "pkixcmp/Client.h"
 #include "pkixcmp/HandleGuards.h"
@@ -87,7 +88,7 @@ void PKIXCMP_Base::InstallCertificateToContainer(const CACMPT_BLOB& certificate,
         SetLastError(CRYPT_E_BAD_ENCODE);
         throwLastError();
     }
-    if (!CryptSetKeyParam(key.get(), KP_CERTIFICATE, certificate.data, 0)) throwLastError();
+    if (!CryptSetKeyParam(key, KP_CERTIFICATE, certificate.data, 0)) throwLastError();
 }
 
 void PKIXCMP_Base::InstallCertificateToStore(const CACMPT_BLOB& certificate,

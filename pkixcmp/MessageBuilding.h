@@ -4,6 +4,7 @@
 #include "capilite/CAException.h"
 #include "capilite/Date.h"
 #include "capilite/DecodeBuffer.h"
+#include "pkixcmp/MessageCoding.h"
 #include "platform/asn1/asn1data.h"
 
 // What client and CA share in building messages. Internal to the library. Failures are the
@@ -56,6 +57,28 @@ bool setBits(ASN1CTXT* ctxt, ASN1TDynBitStr& target, const std::uint32_t (&masks
     target = ASN1TDynBitStr(N, rtCopyBytes(ctxt, bits, sizeof bits));
     if (target.data == nullptr) PKIXCMP_THROW(CAException, "out of memory");
     return any;
+}
+
+/// PKIStatusInfo of a refusal: the text goes out when it has items, the failures when there are
+/// any.
+inline void setStatus(ASN1CTXT* ctxt, asn1data::ASN1T_PKIStatusInfo& out, int status,
+                      const FreeText& text, std::uint32_t failures) {
+    out.m.statusStringPresent = !text.empty();
+    if (!text.empty()) FreeText_Encode(ctxt, out.statusString, text);
+    out.status = status;
+    out.m.failInfoPresent = FailureInfo_Encode(ctxt, out.failInfo, failures);
+}
+
+/// The first attribute of a PKCS#10 request that asks for extensions and has a value; null when
+/// none does.
+template <class Attributes>
+auto extensionRequest(Attributes& attributes) -> decltype(&attributes.front()) {
+    for (auto& attribute : attributes) {
+        bool asks = attribute.type == asn1data::id_ms_certExtensions ||
+                    attribute.type == asn1data::pkcs_9_at_extensionRequest;
+        if (asks && !attribute.values.empty()) return &attribute;
+    }
+    return nullptr;
 }
 
 /// UTCTime text, which is referred to.

@@ -46,19 +46,13 @@ T* decodedValue(ASN1CTXT* context, Record& record, ASN1OpenType& value,
     return value.as<T>();
 }
 
-// The extensions of the first attribute that asks for any.
 void parseRequestedExtensions(ASN1CTXT* context, ASN1T_Attributes& attributes,
                               CACMPT_Extensions& out) {
-    for (ASN1T_Attribute& attribute : attributes) {
-        if (attribute.values.empty() || !(attribute.type == id_ms_certExtensions ||
-                                          attribute.type == pkcs_9_at_extensionRequest)) {
-            continue;
-        }
-        auto* extensions = decodedValue<ASN1T_Extensions>(
-            context, attribute, attribute.values.front(), asn1DTC_Attribute);
-        if (extensions != nullptr) ASN1T_Extensions_get(*extensions, out);
-        return;
-    }
+    ASN1T_Attribute* attribute = pkixcmp_detail::extensionRequest(attributes);
+    if (attribute == nullptr) return;
+    auto* extensions = decodedValue<ASN1T_Extensions>(context, *attribute,
+                                                      attribute->values.front(), asn1DTC_Attribute);
+    if (extensions != nullptr) ASN1T_Extensions_get(*extensions, out);
 }
 
 void parsePkcs10(ASN1CTXT* context, ASN1T_CertificationRequest& in, RequestInfo& request) {
@@ -189,13 +183,8 @@ void fillErrorContent(ASN1CTXT* context, const ErrorMsgInfo& error, ASN1T_ErrorM
         FreeText_Encode(context, out.errorDetails, error.ErrorDetails);
         out.m.errorDetailsPresent = true;
     }
-    ASN1T_PKIStatusInfo& status = out.pKIStatusInfo;
-    if (!error.ErrorText.empty()) {
-        FreeText_Encode(context, status.statusString, error.ErrorText);
-        status.m.statusStringPresent = true;
-    }
-    status.status = error.PKIStatus;
-    status.m.failInfoPresent = FailureInfo_Encode(context, status.failInfo, error.FailureInfo);
+    pkixcmp_detail::setStatus(context, out.pKIStatusInfo, error.PKIStatus, error.ErrorText,
+                              error.FailureInfo);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "capilite/CAException.h"
 #include "capilite/Contexts.h"
+#include "capilite/CryptGuards.h"
 #include "capilite/Handles.h"
 #include "capilite/StoreFind.h"
 #include "config/Ini.h"
@@ -53,15 +54,9 @@ void PKIXCMP_Server::init(const CACMPT_BLOB& certificate, WndProv* wnd) {
     pkixcmp_detail::Store store;
     CertContextPtr context(CertStore_FindExisting(certificate, store.out(), L"My", false, true));
     if (!context) PKIXCMP_THROW(CryptException, GetLastError());
-    unsigned long long handle = 0;
-    std::uint32_t keySpec = 0;
-    BOOL owned = 0;
-    if (!CryptAcquireCertificatePrivateKey(context.get(), 0, nullptr, &handle, &keySpec, &owned)) {
-        PKIXCMP_THROW(CryptException, GetLastError());
-    }
-    if (!owned && !CryptContextAddRef(handle, nullptr, 0)) {
-        PKIXCMP_THROW(CryptException, GetLastError());
-    }
+    DWORD keySpec = 0;
+    const HCRYPTPROV handle = openPrivateKey(context.get(), keySpec);
+    if (handle == 0) PKIXCMP_THROW(CryptException, GetLastError());
     prov_handle provider(handle);
     std::uint32_t type = 0;
     DWORD length = sizeof type;
