@@ -95,9 +95,18 @@ TEST(BoundedCopy, Identifiers) {
         EXPECT_EQ(failureOf([&] { str1cpy(target, str2oid(text.c_str()), max, "field too long"); }),
                   FIELD);
         EXPECT_EQ(target[max], '?') << max;
+        EXPECT_EQ(
+            failureOf([&] { str1cpy(target, asn1data::id_emailAddress, max, "field too long"); }),
+            FIELD);
+        EXPECT_EQ(target[max], '?') << max;
     }
     str1cpy(target, ASN1OBJID{2, {4294967295u, 0}}, 32, "m");
     EXPECT_STREQ(target, "4294967295.0");
+    str1cpy(target, ASN1OBJID{}, 1, "m");
+    EXPECT_STREQ(target, "");
+    target[0] = '?';
+    str1cpy(target, ASN1TObjId(), 1, "m");
+    EXPECT_STREQ(target, "");
 }
 
 // ---- Big integers ----
@@ -401,6 +410,8 @@ TEST(BitNames, FromText) {
         EXPECT_EQ(SmallBitStringFromString(VALUES, NAMES, 5, c.text, "NONE"), c.bits)
             << (c.text ? c.text : "null");
     }
+    // The name of the empty set counts before the table and the numbers.
+    EXPECT_EQ(SmallBitStringFromString(VALUES, NAMES, 5, " a ", "a"), 0u);
 }
 
 TEST(BitNames, Reasons) {
