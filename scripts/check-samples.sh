@@ -34,8 +34,12 @@ judge() {  # FILE NAME
     fi
 }
 
-if [[ -f /etc/ssl/certs/ca-certificates.crt ]]; then
-    csplit -s -z -n 4 -f "$work/ca-" /etc/ssl/certs/ca-certificates.crt '/BEGIN CERT/' '{*}'
+bundle=/etc/ssl/certs/ca-certificates.crt
+if [[ ! -f "$bundle" ]]; then
+    bad=1
+    echo "$bundle is missing: install ca-certificates"
+else
+    csplit -s -z -n 4 -f "$work/ca-" "$bundle" '/BEGIN CERT/' '{*}'
     for pem in "$work"/ca-*; do
         openssl x509 -in "$pem" -outform DER -out "$pem.crt" && judge "$pem.crt" "$(basename "$pem")"
     done
