@@ -11,4 +11,5 @@
 #include "pkixcmp/Protection.h"
 #include "pkixcmp/SendPKIRequest.h"
 #include "pkixcmp/Server.h"
+#include "retrieval/CURLGlobalInit.h"
 #include "retrieval/UrlRetriever.h"
