@@ -193,8 +193,8 @@ void decodeLargeCrl(benchmark::State& state) {
         asn1data::ASN1T_CertificateList crl;
         check(buffer.decode(Schema<asn1data::ASN1T_CertificateList>::type, &crl) == 0, "decode");
         asn1data::ASN1T_RevokedCertificate entry;
-        check(!crl.tbsCertList.revokedCertificates.find(buffer.getCtxtPtr(),
-                                                        {sizeof absent, absent}, entry),
+        check(crl.tbsCertList.revokedCertificates.find(buffer.getCtxtPtr(), {sizeof absent, absent},
+                                                       entry) == 0,
               "search");
     }
     state.counters["octets"] = static_cast<double>(der.size());

@@ -166,8 +166,14 @@ private:
         return out != nullptr || fail(ASN_E_NOMEM, p);
     }
 
+    /// X.690 8.6.2: a bit string starts with how many bits of its last octet are unused, of none
+    /// where there is no octet.
+    static bool countsUnusedBits(Octets p, Octets end) {
+        return p != end && *p <= (end - p == 1 ? 0 : 7);
+    }
+
     bool bits(Octets p, std::size_t length, ASN1TDynBitStr& out) {
-        if (length == 0 || p[0] > 7 || (length == 1 && p[0] != 0)) return fail(ASN_E_INVVAL, p);
+        if (!countsUnusedBits(p, p + length)) return fail(ASN_E_INVVAL, p);
         out = {static_cast<std::uint32_t>((length - 1) * 8 - p[0]), p + 1};
         return true;
     }
@@ -200,7 +206,7 @@ private:
             if (h.id != primitive) {
                 if (!join(id, h.content, h.end, tail, unused)) return false;
             } else {
-                if (unused && (*unused != 0 || h.content == h.end || *h.content > 7)) {
+                if (unused && (*unused != 0 || !countsUnusedBits(h.content, h.end))) {
                     return fail(ASN_E_INVVAL, p);
                 }
                 if (unused) *unused = *h.content++;
@@ -339,12 +345,9 @@ int decodeBer(ASN1CTXT* ctxt, const Type& type, const std::uint8_t* data, std::s
         ctxt->setError(ASN_E_NOMEM, errorName(ASN_E_NOMEM), 0);
         return ASN_E_NOMEM;
     }
-    std::size_t budget = ctxt->used() + budgetBase + budgetFactor * length;
-    std::size_t limit = ctxt->setLimit(budget);
-    if (limit < budget) ctxt->setLimit(limit);
+    Budget budget(*ctxt, budgetBase + budgetFactor * length);
     Decoder decoder(ctxt, copy, copy + length);
     int code = decoder.run(type, value);
-    ctxt->setLimit(limit);
     if (lossy != nullptr) *lossy = decoder.lossy();
     return code;
 }

@@ -154,9 +154,10 @@ struct PKIXCMP_API ASN1T_RevokedCertificates {
         const std::uint8_t* end_;
         const ASN1CSeqOfList::NodeBase* node_;
     };
-    /// Decodes the entry of a serial number given as the content octets of its INTEGER; false when
-    /// there is none.
-    bool find(ASN1CTXT* ctxt, const ASN1TDynOctStr& serial, ASN1T_RevokedCertificate& out) const;
+    /// Decodes the entry of a serial number given as the content octets of its INTEGER: 1, or 0
+    /// when there is none. Below zero, with the error in the context, when the entry is there and
+    /// cannot be read, which must not pass for its absence.
+    int find(ASN1CTXT* ctxt, const ASN1TDynOctStr& serial, ASN1T_RevokedCertificate& out) const;
     bool empty() const { return raw.numocts == 0 && built.empty(); }
 };
 

@@ -50,10 +50,15 @@ int checkRevokedEntries(const std::uint8_t*& p, const std::uint8_t* end) {
 namespace asn1data {
 namespace {
 
-bool decodeEntry(ASN1CTXT* ctxt, const asn1::Header& entry, const std::uint8_t* begin,
-                 ASN1T_RevokedCertificate& out) {
+int fail(ASN1CTXT* ctxt, int code) {
+    ctxt->setError(code, asn1::errorName(code), 0);
+    return code;
+}
+
+int decodeEntry(ASN1CTXT* ctxt, const asn1::Header& entry, const std::uint8_t* begin,
+                ASN1T_RevokedCertificate& out) {
     return asn1::decodeBer(ctxt, Schema<ASN1T_RevokedCertificate>::type, begin,
-                           static_cast<std::size_t>(entry.next - begin), &out, nullptr) == ASN_OK;
+                           static_cast<std::size_t>(entry.next - begin), &out, nullptr);
 }
 
 }  // namespace
@@ -66,8 +71,8 @@ bool ASN1T_RevokedCertificates::Reader::next(ASN1CTXT* ctxt, ASN1T_RevokedCertif
         const std::uint8_t* begin = at_;
         asn1::RevokedEntry entry;
         int code = asn1::readRevokedEntry(at_, end_, entry);
-        if (code != ASN_OK) ctxt->setError(code, asn1::errorName(code), 0);
-        if (code == ASN_OK && decodeEntry(ctxt, entry.whole, begin, out)) return true;
+        if (code != ASN_OK) fail(ctxt, code);
+        if (code == ASN_OK && decodeEntry(ctxt, entry.whole, begin, out) == ASN_OK) return true;
         at_ = end_ = nullptr;
         node_ = nullptr;
         return false;
@@ -78,28 +83,32 @@ bool ASN1T_RevokedCertificates::Reader::next(ASN1CTXT* ctxt, ASN1T_RevokedCertif
     return true;
 }
 
-bool ASN1T_RevokedCertificates::find(ASN1CTXT* ctxt, const ASN1TDynOctStr& serial,
-                                     ASN1T_RevokedCertificate& out) const {
+int ASN1T_RevokedCertificates::find(ASN1CTXT* ctxt, const ASN1TDynOctStr& serial,
+                                    ASN1T_RevokedCertificate& out) const {
     const std::uint8_t* p = raw.data;
     const std::uint8_t* end = p + raw.numocts;
     while (p != end) {
         const std::uint8_t* begin = p;
         asn1::RevokedEntry entry;
-        if (asn1::readRevokedEntry(p, end, entry) != ASN_OK) return false;
+        int code = asn1::readRevokedEntry(p, end, entry);
+        if (code != ASN_OK) return fail(ctxt, code);
         std::size_t length = static_cast<std::size_t>(entry.serial.end - entry.serial.content);
         if (length == serial.numocts && !std::memcmp(entry.serial.content, serial.data, length)) {
-            return decodeEntry(ctxt, entry.whole, begin, out);
+            code = decodeEntry(ctxt, entry.whole, begin, out);
+            return code == ASN_OK ? 1 : code;
         }
     }
+    if (built.empty()) return 0;
     const char* text = asn1::bigIntText(ctxt, serial.data, serial.numocts);
+    if (text == nullptr) return fail(ctxt, ASN_E_NOMEM);
     for (const ASN1T_RevokedCertificate& entry : built) {
-        if (text != nullptr && entry.userCertificate != nullptr &&
-            std::strcmp(entry.userCertificate, text) == 0) {
-            out = entry;
-            return true;
+        if (entry.userCertificate == nullptr || std::strcmp(entry.userCertificate, text) != 0) {
+            continue;
         }
+        out = entry;
+        return 1;
     }
-    return false;
+    return 0;
 }
 
 }  // namespace asn1data

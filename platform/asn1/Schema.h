@@ -154,6 +154,24 @@ private:
     int& depth_;
 };
 
+/// Lets a context take no more than `more` octets beyond what it holds, while it lives. A tighter
+/// limit in force stays so.
+class Budget {
+public:
+    Budget(ASN1CTXT& ctxt, std::size_t more) : ctxt_(ctxt) {
+        std::size_t limit = ctxt.used() + more;
+        before_ = ctxt.setLimit(limit);
+        if (before_ < limit) ctxt.setLimit(before_);
+    }
+    ~Budget() { ctxt_.setLimit(before_); }
+    Budget(const Budget&) = delete;
+    Budget& operator=(const Budget&) = delete;
+
+private:
+    ASN1CTXT& ctxt_;
+    std::size_t before_;
+};
+
 /// Decodes a value that must use up the input, which is copied into the context first.
 int decodeBer(ASN1CTXT* ctxt, const Type& type, const std::uint8_t* data, std::size_t length,
               void* value, bool* lossy);

@@ -120,6 +120,7 @@ TEST(Ber, FaultsNameTheirCodePlaceAndPath) {
         {typeOf<ASN1T_KeyUsage>(), "03{08FF}", ASN_E_INVVAL, 2, ""},
         {typeOf<ASN1T_KeyUsage>(), "03{01}", ASN_E_INVVAL, 2, ""},
         {typeOf<ASN1T_KeyUsage>(), "23{03{01FE}03{00}}", ASN_E_INVVAL, 6, ""},
+        {typeOf<ASN1T_KeyUsage>(), "23{03{00AA}03{05}}", ASN_E_INVVAL, 6, ""},
         {typeOf<ASN1T_KeyUsage>(), "23{04{00}}", ASN_E_INVTAG, 2, ""},
         {typeOf<ASN1T_KeyUsage>(), "23{03{}}", ASN_E_INVVAL, 2, ""},
         {typeOf<ASN1T_SubjectKeyIdentifier>(), "2480 04{01}", ASN_E_ENDOFBUF, 0, ""},
@@ -306,6 +307,26 @@ TEST(HostileInput, NestingIsLimited) {
     EXPECT_EQ(rtEncodeXer(context.get(), type, &message, xer), ASN_E_DEPTH);
 }
 
+/// An extension whose value holds an extension, and so on, by way of directory attributes.
+TEST(HostileInput, WhatWasDecodedCanBeCopiedHoweverDeep) {
+    const asn1::Type& type = Schema<ASN1T_Extensions>::type;
+    DerText text;
+    text.keep("Extensions", DerText::bytes("30{}"));
+    int good = 0;
+    for (int levels = 0; levels < 20; ++levels) {
+        text.keep("Extensions",
+                  text.make("30{30{06{551D09}04{30{30{06{2A864886F70D01090E}31{$Extensions}}}}}}"));
+        std::string bytes = text.make("$Extensions");
+        Decoded d(type, bytes);
+        if (d.code != ASN_OK) break;
+        ++good;
+        ASN1T_Extensions copy;
+        ASSERT_EQ(rtCopyValue(d.buffer.getCtxtPtr(), type, d.value, &copy), ASN_OK) << levels;
+        EXPECT_EQ(hexOf(encodeOrError(type, &copy)), hexOf(bytes));
+    }
+    EXPECT_EQ(good, 12);
+}
+
 TEST(HostileInput, NestedStringsAndIndefiniteLengthsAreLimited) {
     std::string segments = DerText::bytes("04{01}"), open;
     for (int i = 0; i < 70; ++i) segments = "\x24" + DerText::withLength(segments);
@@ -398,6 +419,13 @@ TEST(RevokedCertificates, AnEntryThatIsBrokenInsideEndsTheWalk) {
     std::string xer;
     EXPECT_LT(rtEncodeXer(context.get(), Schema<ASN1T_RevokedCertificates>::type, d.value, xer), 0);
     EXPECT_EQ(xer, "");
+
+    const std::uint8_t serials[] = {5, 6, 7, 8};
+    const int results[] = {1, ASN_E_INVTAG, 1, 0};
+    const auto& list = *static_cast<ASN1T_RevokedCertificates*>(d.value);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(list.find(context.get(), {1, serials + i}, entry), results[i]) << i;
+    }
 }
 
 }  // namespace
