@@ -37,6 +37,7 @@ void ASN1CTXT::reset() noexcept {
     closed_ = 0;
     encodeBuffer_ = nullptr;
     encodeCapacity_ = encodeLength_ = 0;
+    encodeFixed_ = false;
     decodePtr_ = decodeEnd_ = nullptr;
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "platform/asn1/Numbers.h"
 #include "platform/asn1/ObjectIdentifier.h"
@@ -193,12 +194,17 @@ private:
         return true;
     }
 
-    /// Hexadecimal text is what ASN1TBigInt holds; decimal becomes the shortest content octets.
+    /// Hexadecimal text is as ASN1TBigInt holds it, for any content octets; decimal becomes the
+    /// shortest ones.
     bool bigNumber(std::string_view text, ASN1TBigInt& out) {
         if (text.starts_with("0x")) {
-            out = rtCopyCharStr(ctxt_, text);
-            if (out == nullptr) return fail(ASN_E_NOMEM);
-            return bigIntLength(out) > 0 || fail(ASN_E_INVVAL);
+            std::string digits(text);
+            long count = bigIntLength(digits.c_str());
+            if (count < 0 || text.find('\0') != std::string_view::npos) return fail(ASN_E_INVVAL);
+            std::vector<std::uint8_t> content(static_cast<std::size_t>(count));
+            bigIntContent(digits.c_str(), content.data());
+            out = bigIntText(ctxt_, content.data(), content.size());
+            return out != nullptr || fail(ASN_E_NOMEM);
         }
         bool negative = text.starts_with('-');
         std::string content;
@@ -463,9 +469,6 @@ int rtDecodeXer(ASN1CTXT* ctxt, const asn1::Type& type, std::string_view text, v
         ctxt->setError(ASN_E_TOOBIG, asn1::errorName(ASN_E_TOOBIG), 0);
         return ASN_E_TOOBIG;
     }
-    std::size_t limit =
-        ctxt->setLimit(ctxt->used() + asn1::budgetBase + asn1::budgetFactor * text.size());
-    int code = asn1::XerReader(ctxt, text).run(type, value);
-    ctxt->setLimit(limit);
-    return code;
+    asn1::Budget budget(*ctxt, asn1::budgetBase + asn1::budgetFactor * text.size());
+    return asn1::XerReader(ctxt, text).run(type, value);
 }

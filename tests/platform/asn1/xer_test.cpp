@@ -173,6 +173,8 @@ TEST(Xer, WhatIsMalformedIsRefused) {
         {typeOf<ASN1T_CRLNumber>(), "<CRLNumber>1 2</CRLNumber>", ASN_E_INVVAL},
         {typeOf<ASN1T_CRLNumber>(), "<CRLNumber>0x</CRLNumber>", ASN_E_INVVAL},
         {typeOf<ASN1T_CRLNumber>(), "<CRLNumber>0x123</CRLNumber>", ASN_E_INVVAL},
+        {typeOf<ASN1T_CRLNumber>(), std::string("<CRLNumber>0x01\0 2</CRLNumber>", 30),
+         ASN_E_INVVAL},
         {typeOf<ASN1T_CRLNumber>(), "<CRLNumber>" + std::string(100000, '9') + "</CRLNumber>",
          ASN_E_INVVAL},
         {typeOf<ASN1T_InhibitAnyPolicy>(), "<InhibitAnyPolicy>2147483648</InhibitAnyPolicy>",
@@ -252,6 +254,20 @@ TEST(Xer, CutAndChangedTextsAreRefusedOrRead) {
             changed[i] = c;
             derOf(type, changed);
         }
+    }
+}
+
+/// Numbers are compared by their texts, so each has one however it was spelt.
+TEST(Xer, EqualNumbersHaveEqualTexts) {
+    const char* const cases[][2] = {{"255", "0x0ff"},    {"0x0fF", "0x0ff"}, {"0x00ff", "0x0ff"},
+                                    {"0x00FF", "0x0ff"}, {"0xff", "0xff"},   {"0xFF", "0xff"},
+                                    {"-1", "0xff"}};
+    for (const auto& [spelling, text] : cases) {
+        ASN1CtxtRef context;
+        ASN1T_CRLNumber number;
+        std::string xer = "<CRLNumber>" + std::string(spelling) + "</CRLNumber>";
+        ASSERT_EQ(rtDecodeXer(context.get(), Schema<ASN1T_CRLNumber>::type, xer, &number), ASN_OK);
+        EXPECT_STREQ(number.value, text) << spelling;
     }
 }
 
