@@ -1,6 +1,7 @@
 #include <string>
 
 #include "fuzz/Fuzz.h"
+#include "platform/asn1/Tlv.h"
 #include "platform/asn1/asn1data.h"
 
 // All schemas through decoder, encoder, copier and both XER interpreters. The first octet chooses
@@ -14,6 +15,22 @@ std::string encode(const asn1::Type& type, const void* value) {
     int length = buffer.encode(type, value);
     require(length >= 0);
     return {reinterpret_cast<const char*>(buffer.getMsgPtr()), buffer.getMsgLen()};
+}
+
+/// Each of the first entries that can be read is found by its serial number.
+void findEach(ASN1CTXT* ctxt, const asn1data::ASN1T_TBSCertList& list) {
+    asn1data::ASN1T_RevokedCertificates::Reader reader(list.revokedCertificates);
+    asn1data::ASN1T_RevokedCertificate entry, found;
+    for (int i = 0; i < 32 && reader.next(ctxt, entry); ++i) {
+        asn1data::ASN1T_CertificateSerialNumber serial{entry.userCertificate};
+        std::string bytes = encode(Schema<asn1data::ASN1T_CertificateSerialNumber>::type, &serial);
+        asn1::Header header;
+        const auto* octets = reinterpret_cast<const std::uint8_t*>(bytes.data());
+        require(asn1::readHeader(octets, octets + bytes.size(), header) == ASN_OK);
+        const auto length = static_cast<std::uint32_t>(header.end - header.content);
+        require(list.revokedCertificates.find(ctxt, {length, header.content}, found) == 1);
+        require(std::string_view(found.userCertificate) == entry.userCertificate);
+    }
 }
 
 /// A decoded value must give its bytes back, its copy too; what encoding normalises must stay so.
@@ -39,6 +56,10 @@ void tryType(const asn1::Type& type, const std::uint8_t* data, std::size_t size)
         require(code == ASN_E_NOMEM);  // shorter bytes have a smaller budget
     } else {
         require(!again.lossy() && encode(type, second) == bytes);
+    }
+
+    if (&type == &Schema<asn1data::ASN1T_CertificateList>::type) {
+        findEach(ctxt, static_cast<asn1data::ASN1T_CertificateList*>(value)->tbsCertList);
     }
 
     std::string xer, repeated;

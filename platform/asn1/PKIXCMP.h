@@ -61,6 +61,23 @@ struct ASN1T_PKIStatusInfo {
 
 struct ASN1T_Certificates : ASN1TSeqOf<ASN1T_Certificate> {};
 
+/// What a root's certificate is checked against when it comes by another way (RFC 4210 5.2.5).
+struct ASN1T_OOBCertHash {
+    struct {
+        bool hashAlgPresent = false;
+        bool certIdPresent = false;
+    } m;
+    ASN1T_AlgorithmIdentifier hashAlg;
+    ASN1T_CertId certId;
+    ASN1TDynBitStr hashVal;
+};
+
+/// Parameters of id-DHBasedMac (RFC 4210 5.1.3.2).
+struct ASN1T_DHBMParameter {
+    ASN1T_AlgorithmIdentifier owf;
+    ASN1T_AlgorithmIdentifier mac;
+};
+
 /// 1 certificate, 2 encryptedCert.
 struct ASN1T_CertOrEncCert {
     static constexpr int T_certificate = 1, T_encryptedCert = 2;
@@ -306,13 +323,18 @@ struct ASN1T_ChangeNameReq {
     X(PollReq) X(PollReqContent) X(PollRep) X(PollRepContent) X(PKIBody) X(PKIMessage)            \
     X(PKIMessages) X(ProtectedPart) X(SignKeyPairTypesValue) X(EncKeyPairTypesValue)              \
     X(UnsupportedOIDsValue) X(KeyPairParamReqValue) X(ConfirmWaitTimeValue)                       \
-    X(SuppLangTagsValue) X(PKIAudit) X(ChangeNameReq)
+    X(SuppLangTagsValue) X(PKIAudit) X(ChangeNameReq) X(OOBCertHash) X(DHBMParameter)
 // clang-format on
 PKIXCMP_PKIXCMP_TYPES(PKIXCMP_ASN1_SCHEMA)
 
 namespace asn1data {
 
 PKIXCMP_PKIXCMP_TYPES(PKIXCMP_ASN1_CONTROL)
+
+inline int asn1Copy_PKIMessage(ASN1CTXT* ctxt, const ASN1T_PKIMessage& source,
+                               ASN1T_PKIMessage& target) {
+    return asn1Copy(ctxt, source, target);
+}
 
 /// Fills the table-constraint field; see `asn1DTC_Extension`.
 PKIXCMP_API int asn1DTC_InfoTypeAndValue(ASN1CTXT* ctxt, ASN1T_InfoTypeAndValue* value);

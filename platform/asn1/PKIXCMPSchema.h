@@ -107,6 +107,24 @@ template <>
 constexpr Type Schema<ASN1T_Certificates>::type =
     sequenceOf<ASN1T_Certificates>(Schema<ASN1T_Certificate>::type, "Certificates");
 
+// OOBCertHash ::= SEQUENCE {
+//     hashAlg [0] AlgorithmIdentifier OPTIONAL,
+//     certId  [1] CertId OPTIONAL,
+//     hashVal     BIT STRING }
+template <>
+constexpr Type Schema<ASN1T_OOBCertHash>::type =
+    sequence<ASN1T_OOBCertHash, Optional<&ASN1T_OOBCertHash::hashAlg, explicitly(0)>,
+             Optional<&ASN1T_OOBCertHash::certId, explicitly(1)>,
+             Required<&ASN1T_OOBCertHash::hashVal>>("OOBCertHash");
+
+// DHBMParameter ::= SEQUENCE {
+//     owf  AlgorithmIdentifier,
+//     mac  AlgorithmIdentifier }
+template <>
+constexpr Type Schema<ASN1T_DHBMParameter>::type =
+    sequence<ASN1T_DHBMParameter, Required<&ASN1T_DHBMParameter::owf>,
+             Required<&ASN1T_DHBMParameter::mac>>("DHBMParameter");
+
 // CertOrEncCert ::= CHOICE {
 //     certificate   [0] CMPCertificate,
 //     encryptedCert [1] EncryptedValue }
