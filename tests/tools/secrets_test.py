@@ -1,8 +1,11 @@
 """PINs: where they come from, how many tries there are, and that they are written nowhere."""
 
+import fcntl
 import os
 import pty
 import select
+import subprocess
+import termios
 import time
 import unittest
 
@@ -83,7 +86,7 @@ class Secrets(ProgramTest):
     def test_bad_sources(self):
         self.make()
         cases = {"pass:": 2, "taken:0": 2, "taken:9": 2, "pass:ninechars": 2, "word": 2, "fd:x": 2, "fd:": 2, "env:NO_SUCH": 1,
-                 "file:/nonexistent": 1, "fd:77": 1}
+                 "file:/nonexistent": 1, "file:/": 1, "fd:77": 1}
         for source, code in cases.items():
             with self.subTest(source=source):
                 self.assertOneLine(self.p10("--pin", source, code=code))
@@ -132,6 +135,28 @@ class Secrets(ProgramTest):
                                                 (b"again", OTHER.encode())])
         self.assertEqual(code, 0, shown)
         self.p10("--pin", f"pass:{OTHER}")
+
+    def test_giving_up_brings_the_echo_back(self):
+        self.make()
+        for name, letter in (("p10", b"\x03"), ("serve", b"\x03"), ("p10", b"\x1c")):
+            args = {"p10": ["p10", "--csr", self.csr, "--recipient", ROOT, "--reqout", "x",
+                            "--container", ALICE],
+                    "serve": ["serve", "--ca", r"\local\pin", "--listen", "127.0.0.1:0"]}
+            if name == "serve":
+                self.home.run("root", "new", "--ca", r"\local\pin", "--subject", "CN=P", "--pin",
+                              f"pass:{PIN}")
+            terminal, device = pty.openpty()
+            with subprocess.Popen([PROGRAM, *args[name]], env=self.home.env, stdin=device,
+                                  start_new_session=True, stderr=subprocess.DEVNULL,
+                                  preexec_fn=lambda tty=device: fcntl.ioctl(
+                                      tty, termios.TIOCSCTTY, 0)) as asking:
+                self.assertIn(b"PIN for", os.read(terminal, 1024))
+                self.assertFalse(termios.tcgetattr(device)[3] & termios.ECHO)
+                os.write(terminal, letter)
+                self.assertLess(asking.wait(10), 0)
+            self.assertTrue(termios.tcgetattr(device)[3] & termios.ECHO)
+            os.close(terminal)
+            os.close(device)
 
     def test_changing(self):
         self.make()

@@ -147,6 +147,18 @@ class Show(ProgramTest):
             piped = self.home.run("show", "-", stdin=file)
         self.assertEqual(piped.text.count("\n"), 3)
 
+    def test_armour_of_other_hands(self):
+        self.make()
+        lines = self.home.read("cert.pem").decode().splitlines()
+        texts = {"headers": [lines[0], "Proc-Type: x", "", *lines[1:]],
+                 "a text before": ["0 is its number", *lines], "as it is": lines}
+        for name, text in texts.items():
+            for end in ("\n", "\r\n"):
+                with self.subTest(text=name, end=end):
+                    self.home.write("x.pem", end.join([*text, ""]))
+                    shown = self.home.run("show", "--format", "der", self.home.path("x.pem"))
+                    self.assertEqual(shown.stdout, self.home.read("cert.der"))
+
     def test_failures_name_file_path_and_offset(self):
         self.make()
         der = self.home.read("cert.der")

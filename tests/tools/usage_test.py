@@ -43,6 +43,11 @@ class Usage(ProgramTest):
             [*ENROL, "--san", "alice.example"], [*ENROL, "--san", "dns:"],
             [*ENROL, "--san", "dns:пример.рф"], [*ENROL, "--san", "ip:1.2.3"],
             [*ENROL, "--key-usage", "everything"], [*ENROL, "--provider-type", "1", "--reader", "X"],
+            [*ENROL, "--key-bits", "2048"],
+            [*ENROL, "--provider-type", "1", "--key-bits", "-1"],
+            ["config", "ls", "local"], ["config", "set", r"\a\b", "1x", "--type", "long"],
+            ["serve", "--ca", CA, "--listen", "127.0.0.1:99999"],
+            ["serve", "--ca", CA, "--listen", "127.0.0.1:http"],
             ["serve", "--ca", CA, "--listen", "8829"], ["serve", "--ca", CA, "--approve", "some"],
             ["serve", "--ca", CA, "--threads", "0"], ["serve", "--ca", CA, "--max-body", "0"],
             ["show", "--format", "yaml", "x"], ["issue", "--ca", CA, "--days", "-1"],
@@ -86,14 +91,36 @@ class Usage(ProgramTest):
         self.assertIn("line:", full)
 
     def test_unwritable_outputs(self):
-        self.home.root()
+        """What cannot be written is told before a key is made."""
         csr = self.home.ec_request()
-        self.assertOneLine(self.home.run("p10", "--csr", csr, "--recipient", "CN=A", "--reqout",
-                                         self.home.path("no/such/folder"), code=1), "no/such")
+        p10 = ["p10", "--csr", csr, "--recipient", "CN=A", "--reqout"]
+        for args in (p10, [*ROOT_NEW, "--certout"], [*ENROL, "--certout"], [*ENROL, "--rspout"]):
+            for path in (self.home.path("no/such/folder"), self.home.folder):
+                self.assertOneLine(self.home.run(*args, path, code=1), "cannot write", path)
+        self.assertEqual(self.home.json("container", "ls"), [])
+        self.home.root()
         with open("/dev/full", "wb") as full:
             said = subprocess.run([PROGRAM, "show", self.home.path("root.pem")], stdout=full,
                                   stderr=subprocess.PIPE, env=self.home.env, check=False)
             self.assertEqual(said.returncode, 1)
+
+
+    def test_outputs_that_are_no_files(self):
+        """A pipe is written to and never replaced; a link stays; an object alone is on stdout."""
+        p10 = ["p10", "--csr", self.home.ec_request(), "--recipient", "CN=A", "--json", "--reqout"]
+        pipe, link, told = (self.home.path(name) for name in ("pipe", "link", "told"))
+        os.mkfifo(pipe)
+        with subprocess.Popen(["cat", pipe], stdout=subprocess.PIPE) as reader:
+            self.home.run(*p10, pipe)
+            self.home.write("told", reader.stdout.read())
+        self.assertEqual(self.home.json("show", told)[0]["type"], "PKIMessage")
+        os.symlink(told, link)
+        self.home.run(*p10, link)
+        self.assertTrue(os.path.islink(link))
+        done = self.home.run(*p10, "-")
+        self.assertEqual(json.loads(done.error)["request"], "-")
+        self.home.write("told", done.stdout)
+        self.assertEqual(self.home.json("show", told)[0]["type"], "PKIMessage")
 
 
 if __name__ == "__main__":

@@ -1,3 +1,9 @@
+#include <charconv>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <system_error>
+
 #include "config/Ini.h"
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"
@@ -19,12 +25,16 @@ std::string typeName(int type) {
     return known ? typeNames[type] : "type " + std::to_string(type);
 }
 
+[[noreturn]] void badPath(const std::string& path) {
+    throw UsageError("a path looks like '\\local\\ca\\caname', not '" + path + "'");
+}
+
 /// A path in two: the key and the name of the value in it.
 struct Place {
     explicit Place(const std::string& path) {
         std::size_t slash = path.rfind('\\');
         if (path.empty() || path[0] != '\\' || slash == 0 || slash + 1 == path.size()) {
-            throw UsageError("a path looks like '\\local\\ca\\caname', not '" + path + "'");
+            badPath(path);
         }
         key = path.substr(0, slash);
         name = path.substr(slash + 1);
@@ -83,8 +93,8 @@ int get(Options& options, Context& context) {
     Place place(options.path);
     IniValue value;
     if (!Ini(place.key).find(place.name.c_str(), value)) {
-        throw Failure("there is no value " + options.path + "; see 'pkixcmp config ls '" +
-                      place.key + "'");
+        throw Failure("there is no value " + options.path + "; see \"pkixcmp config ls '" +
+                      place.key + "'\"");
     }
     printResult(context.json, valueJson(options.path, value), valueText(value) + "\n");
     return exitDone;
@@ -92,12 +102,9 @@ int get(Options& options, Context& context) {
 
 template <class Number>
 Number readNumber(const std::string& text, const std::string& type) {
-    std::size_t used = 0;
-    try {
-        long long number = std::stoll(text, &used, 0);
-        if (used == text.size()) return static_cast<Number>(number);
-    } catch (const std::exception&) {  // told below
-    }
+    Number number = 0;
+    auto [end, code] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (code == std::errc{} && end == text.data() + text.size()) return number;
     throw UsageError("'" + text + "' is no " + type);
 }
 
@@ -133,6 +140,7 @@ int set(Options& options, Context& context) {
 }
 
 int ls(Options& options, Context& context) {
+    if (options.path.empty() || options.path[0] != '\\') badPath(options.path);
     Ini key(options.path);
     Json list = Json::array();
     std::string text;
@@ -153,7 +161,10 @@ int ls(Options& options, Context& context) {
 int rm(Options& options, Context& context) {
     Place place(options.path);
     int code = Ini(place.key).erase(place.name.c_str());
-    if (code == SUPPORT_NOT_FOUND) throw Failure("there is no value " + options.path);
+    if (code == SUPPORT_NOT_FOUND) {
+        throw Failure("there is no value " + options.path + "; see \"pkixcmp config ls '" +
+                      place.key + "'\"");
+    }
     if (code != SUPPORT_OK) {
         doing("remove " + options.path, [code] { ini_throw::throw_code(code); });
     }

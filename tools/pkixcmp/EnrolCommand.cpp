@@ -31,7 +31,7 @@ public:
 
     PKIXCMP_Client* operator->() { return client_.get(); }
     const std::string& container() const { return container_; }
-    void keep() { kept_ = true; }
+    void keep(bool kept = true) { kept_ = kept; }
 
 private:
     void remove() noexcept {
@@ -72,13 +72,19 @@ void fill(const Options& options, RequestInfo& request) {
         throw UsageError("--config takes a path like '\\local\\alice', not '" + options.config +
                          "'");
     }
+    if (options.key.keyBits != 0 && options.key.providerType != PROV_RSA &&
+        options.key.providerType != PROV_ECDSA_PLAIN) {
+        throw UsageError("--key-bits is for the provider types 1 and 16; the others have one size");
+    }
+    planOutputs({options.reqout, options.rspout, options.certout});
 }
 
 std::string transferFailure(const std::string& url, int code) {
     std::string text = "no answer from " + url + ": ";
     switch (code) {
+        case 1:
         case 3:
-            return text + "that is no URL";
+            return text + "that is no http URL";
         case 6:
             return text + "its host is not known";
         case 7:
@@ -166,7 +172,9 @@ int run(Options& options, Context& context) {
     doing("make the request", [&] { key->CertReqMessage_EncodeAndSign(request.get(), message); });
     if (!options.reqout.empty()) writeFile(options.reqout, message.view());
     CACMPT_BLOB reply = send(options.server, message);
+    key.keep();  // the answer may be a certificate, which is lost if the key goes
     if (!options.rspout.empty()) writeFile(options.rspout, reply.view());
+    key.keep(false);
     Outcome outcome = readReply(message, reply, trusted.get());
     if (outcome.kind == Outcome::refused) throw Failure("refused by the CA: " + outcome.text);
     if (trusted == nullptr) {
@@ -197,8 +205,10 @@ void addEnrol(CLI::App& app, Context& context) {
                      "Key usage asked for: digitalSignature,keyAgreement,…")
         ->delimiter(',');
     addNewKeyOptions(enrol, options->key);
-    enrol->add_option("--key-bits", options->key.keyBits,
-                      "Bits of the key, for provider types 1 and 16 (0: their own default)");
+    enrol
+        ->add_option("--key-bits", options->key.keyBits,
+                     "Bits of the key, for provider types 1 and 16 (0: their own default)")
+        ->check(CLI::Range(0, 16384));
     enrol->add_option("--config", options->config,
                       "Path of the configuration tree that gets the certificate");
     enrol->add_option("--trust", options->trust,

@@ -61,13 +61,13 @@ std::string utf8Text(const std::exception& failure, const std::string& text) {
     return cyrillic ? utf8FromWindows1251(text) : text;
 }
 
-/// One line whatever stands in the text.
+/// One line of UTF-8 whatever stands in the text.
 std::string oneLine(std::string text) {
     for (char& c : text) {
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
     }
     while (!text.empty() && text.back() == ' ') text.pop_back();
-    return text;
+    return utf8FromWide(wideFromUtf8(text));
 }
 
 }  // namespace

@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "capilite/Base64.h"
+#include "tools/pkixcmp/Descriptor.h"
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Output.h"
 
@@ -25,21 +27,6 @@ constexpr std::string_view endMark = "-----END ";
     throw Failure("cannot " + std::string(what) + " " + path + ": " + std::strerror(errno));
 }
 
-/// An open file that is closed on every way out.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ > 2) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
 void writeAll(int fd, std::string_view content, const std::string& path) {
     while (!content.empty()) {
         ssize_t written = ::write(fd, content.data(), content.size());
@@ -50,6 +37,13 @@ void writeAll(int fd, std::string_view content, const std::string& path) {
 }
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+/// Whether no byte is a control character; DER holds them in its tags and lengths.
+bool isText(std::string_view content) {
+    return std::all_of(content.begin(), content.end(), [](char c) {
+        return isSpace(c) || c == '\f' || static_cast<unsigned char>(c) >= 0x20;
+    });
+}
 
 bool isBase64(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) {
@@ -71,7 +65,7 @@ std::string decodeBase64(std::string_view text, const std::string& name) {
 
 /// The base64 of an armoured body, behind the header lines ("Proc-Type: …") where it has some.
 std::string_view behindHeaders(std::string_view body) {
-    std::size_t blank = body.find("\n\n");
+    std::size_t blank = std::min(body.find("\n\n"), body.find("\n\r\n"));
     std::size_t colon = body.find(':');
     return colon != body.npos && blank != body.npos && colon < blank ? body.substr(blank) : body;
 }
@@ -93,6 +87,25 @@ std::vector<Armoured> readArmour(std::string_view text, const std::string& name)
         at = end;
     }
     return objects;
+}
+
+/// Whether a device, pipe or socket stands at a path, which must never be replaced by a file.
+bool isStream(const std::string& path) {
+    struct stat present {};
+    return ::stat(path.c_str(), &present) == 0 && !S_ISREG(present.st_mode) &&
+           !S_ISDIR(present.st_mode);
+}
+
+void writeStream(const std::string& path, std::string_view content) {
+    Descriptor stream(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    if (stream.get() < 0) fileFailure("write", path);
+    writeAll(stream.get(), content, path);
+}
+
+/// The file that a path means when it is a link, so that the link stays.
+std::string behindLinks(const std::string& path) {
+    std::unique_ptr<char, void (*)(void*)> real(::realpath(path.c_str(), nullptr), std::free);
+    return real ? std::string(real.get()) : path;
 }
 
 bool endsIn(const std::string& text, std::string_view end) {
@@ -120,7 +133,9 @@ std::string readFile(const std::string& path) {
 
 void writeFile(const std::string& path, std::string_view content) {
     if (path == "-") return printBytes(std::string(content));
-    std::string temporary = path + ".XXXXXX";
+    if (isStream(path)) return writeStream(path, content);
+    std::string target = behindLinks(path);
+    std::string temporary = target + ".XXXXXX";
     Descriptor file(::mkstemp(temporary.data()));
     if (file.get() < 0) fileFailure("write", path);
     try {
@@ -128,7 +143,7 @@ void writeFile(const std::string& path, std::string_view content) {
         mode_t mask = ::umask(0);
         ::umask(mask);
         if (::fchmod(file.get(), 0666 & ~mask) != 0 || ::fsync(file.get()) != 0 ||
-            ::rename(temporary.c_str(), path.c_str()) != 0) {
+            ::rename(temporary.c_str(), target.c_str()) != 0) {
             fileFailure("write", path);
         }
     } catch (...) {
@@ -137,9 +152,25 @@ void writeFile(const std::string& path, std::string_view content) {
     }
 }
 
+void planOutputs(std::initializer_list<std::string> paths) {
+    for (const std::string& path : paths) {
+        if (path == "-") printResultsAside();
+        if (path.empty() || path == "-" || isStream(path)) continue;
+        std::string target = behindLinks(path);
+        struct stat present {};
+        if (::stat(target.c_str(), &present) == 0 && S_ISDIR(present.st_mode)) {
+            errno = EISDIR;
+            fileFailure("write", path);
+        }
+        std::size_t slash = target.rfind('/');
+        std::string folder = slash == std::string::npos ? "." : target.substr(0, slash + 1);
+        if (::access(folder.c_str(), W_OK | X_OK) != 0) fileFailure("write", path);
+    }
+}
+
 std::vector<Armoured> readObjects(const std::string& content, const std::string& name) {
     if (content.empty()) throw Failure(name + ": the file is empty");
-    if (content[0] != 0x30 || content.find(beginMark) == 0) {
+    if (content[0] != 0x30 || isText(content)) {
         std::vector<Armoured> objects = readArmour(content, name);
         if (!objects.empty()) return objects;
         if (isBase64(content)) return {{"", decodeBase64(content, name)}};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,8 +11,12 @@ namespace tool {
 
 /// The content of a file, "-" being standard input. Refuses what is larger than 1 GiB.
 std::string readFile(const std::string& path);
-/// Writes a file whole or not at all: a temporary one beside it, renamed. "-" is standard output.
+/// Writes a file whole or not at all: a temporary one beside it, renamed. "-" is standard output;
+/// devices and pipes are written to as they are.
 void writeFile(const std::string& path, std::string_view content);
+/// Looks at the files that a command will write before it does what cannot be undone: a Failure
+/// when one cannot be written. Empty paths are passed over.
+void planOutputs(std::initializer_list<std::string> paths);
 
 /// One object of a file: its DER, and the label of its armour, empty when it had none.
 struct Armoured {

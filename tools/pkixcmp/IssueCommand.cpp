@@ -13,6 +13,7 @@ struct Options : OfflineOptions {
 };
 
 int run(Options& options, Context& context) {
+    planOutputs({options.rspout, options.certout});
     OfflineCa ca(options, options.policy);
     CaAnswer answer = doing("issue", [&] { return ca.responder().answer(ca.request()); });
     writeFile(options.rspout, answer.reply.view());

@@ -7,21 +7,29 @@
 namespace tool {
 namespace {
 
+/// Where results go.
+std::FILE* results = nullptr;
+std::FILE* resultStream() { return results != nullptr ? results : stdout; }
+
+void print(std::FILE* stream, const std::string& bytes) {
+    bool written = std::fwrite(bytes.data(), 1, bytes.size(), stream) == bytes.size();
+    if (std::fflush(stream) != 0 || !written) {
+        throw Failure("cannot write to standard output; the disk may be full or the reader gone");
+    }
+}
+
 std::string dump(const Json& value) {
     return value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace
 
-void printBytes(const std::string& bytes) {
-    bool written = std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
-    if (std::fflush(stdout) != 0 || !written) {
-        throw Failure("cannot write to standard output; the disk may be full or the reader gone");
-    }
-}
+void printResultsAside() { results = stderr; }
+
+void printBytes(const std::string& bytes) { print(stdout, bytes); }
 
 void printResult(bool json, const Json& value, const std::string& text) {
-    printBytes(json ? dump(value) : text);
+    print(resultStream(), json ? dump(value) : text);
 }
 
 void printWarning(const std::string& text) {
@@ -40,7 +48,7 @@ int printFailure(const std::exception& failure, bool json, bool verbose) {
         value["error"] = text;
         value["exit"] = exitCode;
         if (verbose && !detail.empty()) value["detail"] = detail;
-        std::fputs(dump(value).c_str(), stdout);
+        std::fputs(dump(value).c_str(), resultStream());
     }
     return exitCode;
 }

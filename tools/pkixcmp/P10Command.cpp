@@ -10,6 +10,8 @@ namespace tool {
 namespace {
 
 struct Options {
+    Options() { key.providerType = 0; }
+
     std::string csr, recipient, reqout;
     KeyOptions key;
 };
@@ -37,6 +39,7 @@ std::unique_ptr<PKIXCMP_Client> openKey(Options& options, CallerWndProv& dialogu
 }
 
 std::unique_ptr<PKIXCMP_Client> freshKey(Options& options, CallerWndProv& dialogue) {
+    if (options.key.providerType == 0) options.key.providerType = PROV_ECDSA_P256;
     std::string container = planContainer(options.key, dialogue);
     return doing("make the key", [&] {
         return std::unique_ptr<PKIXCMP_Client>(
@@ -50,6 +53,7 @@ int run(Options& options, Context& context) {
     request->RequestType = REQUEST_TYPE_GET_CERTIFICATE;
     request->RawRequest = readObject(options.csr);
     setHeaderName(request->RecipientGeneralName, readName(options.recipient, "--recipient"));
+    planOutputs({options.reqout});
     bool fresh = options.key.container.empty();
     CallerWndProv dialogue;
     std::unique_ptr<PKIXCMP_Client> client =
@@ -87,7 +91,8 @@ void addP10(CLI::App& app, Context& context) {
     p10->add_option("--reader", options->key.reader,
                     "Reader of the container (VAULT, or DISK with --pin)");
     p10->add_option("--provider-type", options->key.providerType,
-                    "Kind of key: 75 ECDSA P-256, 80 RSA-3072, 81 ECDSA P-384");
+                    "Kind of key: 75 ECDSA P-256, 80 RSA-3072, 81 ECDSA P-384 (0: what the "
+                    "container holds; 75 for a fresh key)");
     addPinOption(p10, options->key.pin);
     examples(p10,
              "  pkixcmp p10 --csr bob.csr --recipient 'CN=Trial Root, O=Trial' --reqout bob.req");

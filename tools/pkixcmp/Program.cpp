@@ -1,5 +1,6 @@
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"
@@ -32,6 +33,12 @@ void describe(CLI::App& app, tool::Context& context) {
     tool::addContainer(app, context);
 }
 
+/// The command of a line that could not be parsed, as far as it was read: "pkixcmp config get".
+std::string asked(const CLI::App& app) {
+    std::vector<CLI::App*> next = app.get_subcommands();
+    return app.get_name() + (next.empty() ? "" : " " + asked(*next.front()));
+}
+
 int usage(const CLI::App& app, const CLI::ParseError& error, bool json) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         return app.exit(error);  // help or version was asked for
@@ -40,7 +47,8 @@ int usage(const CLI::App& app, const CLI::ParseError& error, bool json) {
     for (char& c : text) {
         if (c == '\n') c = ' ';
     }
-    return tool::printFailure(tool::UsageError(text + "; see 'pkixcmp --help'"), json, false);
+    return tool::printFailure(tool::UsageError(text + "; see '" + asked(app) + " --help'"), json,
+                              false);
 }
 
 /// Whether --json stands on a command line that could not be parsed.

@@ -34,6 +34,7 @@ std::uint32_t readFailures(const std::string& names) {
 
 int run(Options& options, Context& context) {
     std::uint32_t failures = readFailures(options.fail);
+    planOutputs({options.rspout});
     OfflineCa ca(options, IssuePolicy{});
     CaAnswer answer = doing("reject", [&] {
         return ca.responder().reject(ca.request(), options.status, failures, options.text);

@@ -47,6 +47,7 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     if (!options.notBefore.empty()) notBefore = readDate(options.notBefore, "--not-before");
     checkEnd(notBefore, validity);
     checkAbsent(options);
+    planOutputs({options.certout});
     CallerWndProv dialogue;
     std::string container = planContainer(options.key, dialogue);
     std::wstring name = wideFromUtf8(options.name.empty() ? nameText(subject) : options.name);

@@ -1,20 +1,25 @@
 #include "tools/pkixcmp/Secrets.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <string.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "capilite/CAException.h"
 #include "platform/crypt/CryptApi.h"
 #include "platform/support/LastError.h"
+#include "tools/pkixcmp/Descriptor.h"
 #include "tools/pkixcmp/Failure.h"
 
 namespace tool {
@@ -57,21 +62,24 @@ std::string readLine(int fd, const std::string& source) {
     for (;;) {
         ssize_t got = ::read(fd, &c, 1);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw Failure("cannot read the secret from " + source);
+        if (got < 0) {
+            int code = errno;
+            cleanse(line);
+            throw Failure("cannot read the secret from " + source + ": " + std::strerror(code));
+        }
         if (got == 0 || c == '\n' || line.size() == 255) break;
         if (c != '\r') line.push_back(c);
     }
+    explicit_bzero(&c, 1);
     return line;
 }
 
 std::string secretOfFile(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
         throw Failure("cannot open the secret's file " + path + ": " + std::strerror(errno));
     }
-    std::string text = readLine(fd, path);
-    ::close(fd);
-    return text;
+    return readLine(file.get(), path);
 }
 
 std::string secretOfDescriptor(const std::string& number) {
@@ -83,21 +91,41 @@ std::string secretOfDescriptor(const std::string& number) {
     return readLine(fd, "descriptor " + number);
 }
 
-/// The terminal with echo switched off for its lifetime.
+// What a signal handler needs to bring the echo back.
+int silencedTerminal = -1;
+termios audible{};
+constexpr int endingSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
+void endAudibly(int signal) {
+    ::tcsetattr(silencedTerminal, TCSANOW, &audible);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+/// The terminal with echo switched off for its lifetime. Who gives up with Ctrl-C gets it back.
 class SilentTerminal {
 public:
-    SilentTerminal() : fd_(::open("/dev/tty", O_RDWR | O_CLOEXEC)) {
-        if (fd_ < 0 || ::tcgetattr(fd_, &saved_) != 0) {
-            if (fd_ >= 0) ::close(fd_);
+    SilentTerminal() : file_(::open("/dev/tty", O_RDWR | O_CLOEXEC)), fd_(file_.get()) {
+        if (fd_ < 0 || ::tcgetattr(fd_, &audible) != 0) {
             throw Failure("a PIN is needed and there is no terminal to ask on; give --pin");
         }
-        termios silent = saved_;
+        silencedTerminal = fd_;
+        for (std::size_t i = 0; i < std::size(endingSignals); ++i) {
+            struct sigaction ending {};
+            ending.sa_handler = endAudibly;
+            ::sigaction(endingSignals[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler == SIG_IGN) ending.sa_handler = SIG_IGN;
+            ::sigaction(endingSignals[i], &ending, nullptr);
+        }
+        termios silent = audible;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         ::tcsetattr(fd_, TCSAFLUSH, &silent);
     }
     ~SilentTerminal() {
-        ::tcsetattr(fd_, TCSAFLUSH, &saved_);
-        ::close(fd_);
+        ::tcsetattr(fd_, TCSAFLUSH, &audible);
+        for (std::size_t i = 0; i < std::size(endingSignals); ++i) {
+            ::sigaction(endingSignals[i], &before_[i], nullptr);
+        }
     }
     SilentTerminal(const SilentTerminal&) = delete;
     SilentTerminal& operator=(const SilentTerminal&) = delete;
@@ -114,8 +142,9 @@ private:
         if (::write(fd_, text.data(), text.size()) < 0) throw Failure("the terminal is gone");
     }
 
+    Descriptor file_;
     int fd_;
-    termios saved_{};
+    struct sigaction before_[std::size(endingSignals)];
 };
 
 }  // namespace
