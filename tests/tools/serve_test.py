@@ -1,6 +1,8 @@
 """The served CA against broken, slow, greedy and parallel peers."""
 
 import http.client
+import os
+import shutil
 import signal
 import socket
 import threading
@@ -98,6 +100,7 @@ class Serve(ProgramTest):
                                    b"0\r\n\r\n"], 400),
             "two lengths": ([head + b"Content-Length: 4\r\nContent-Length: 9\r\n\r\nabcd"], 400),
             "length of letters": ([head + b"Content-Length: 12a\r\n\r\n"], 400),
+            "blank before the colon": ([head + b"Content-Length : 4\r\n\r\nabcd"], 400),
             "other coding": ([head + b"Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"], 400),
         }
         with self.served("--approve", "all", "--max-body", "20000") as ca:
@@ -119,6 +122,7 @@ class Serve(ProgramTest):
                         peer.sendall(b"10000\r\n" + bytes(0x10000) + b"\r\n")
                         sent += 0x10000
                 self.assertLess(sent, 16 << 20)
+            self.assertTrue(wait_until(lambda: "status=413" in ca.lines()[-1]), ca.lines())
 
     def test_slow_peers_are_cut(self):
         """A byte now and then keeps no connection open, and holds up nobody."""
@@ -151,6 +155,7 @@ class Serve(ProgramTest):
             self.assertTrue(wait_until(all_cut, 10), f"{len(peers)} are left")
             self.assertLess(time.monotonic() - begin, 8)
             self.assertEqual(self.post(ca, self.request)[0].status, 200)
+        self.assertEqual(sum("status=408" in line for line in ca.lines()), 50)
 
     def test_stops_with_a_request_in_flight(self):
         with self.served("--approve", "all") as ca:
@@ -210,6 +215,27 @@ class Serve(ProgramTest):
             self.post(ca, self.home.read("request.der"))
             self.assertEqual(len(ca.lines()), 1)
             self.assertNotIn('"x" result', ca.lines()[0])
+            self.home.p10(self.home.ec_request("long", "/CN=long" + "/OU=" + "/OU=".join(
+                ["u" * 60] * 100)))
+            self.post(ca, self.home.read("request.der"))
+            self.assertLess(len(ca.lines()[1]), 1500)
+
+    def test_settings_taken_away_or_replaced(self):
+        """A CA without its settings issues nothing: it would count from the beginning again."""
+        with self.served("--approve", "all") as ca:
+            state, aside = self.home.path("home"), self.home.path("aside")
+
+            def answered():
+                return next(iter(self.show(self.post(ca, self.request)[1])["body"]))
+
+            self.assertEqual(answered(), "cp")
+            os.rename(state, aside)
+            self.assertEqual(answered(), "error")
+            shutil.rmtree(state, ignore_errors=True)
+            os.rename(aside, state)
+            self.assertEqual(answered(), "cp")
+            self.home.root("--replace")
+            self.assertEqual(answered(), "error")
 
     def test_address_in_use_and_no_ca(self):
         with self.served("--approve", "all") as ca:

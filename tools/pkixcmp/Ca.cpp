@@ -4,6 +4,7 @@
 #include <set>
 
 #include "capilite/ASN1Util.h"
+#include "config/Ini.h"
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Texts.h"
@@ -127,6 +128,8 @@ CaAnswer Responder::answer(const CACMPT_BLOB& request) {
     out.type = message->type();
     try {
         certify(*message, request, out);
+    } catch (const Asn1DecodeException& failure) {
+        refuse(*message, request, FailureInfo::badDataFormat, meaningOf(failure), out);
     } catch (const std::exception& failure) {
         fail(message.get(), FailureInfo::systemFailure, meaningOf(failure), out);
     }
@@ -160,6 +163,13 @@ void Responder::certify(Message& message, const CACMPT_BLOB& request, CaAnswer& 
     issue(message, request, out);
 }
 
+void Responder::checkState() const {
+    IniValue stored;
+    if (!Ini(ca_.configPath()).find("cert", stored) || !(stored.get_binary() == ca_.Certificate)) {
+        throw Failure("the CA's configuration is gone or another CA's; it must be started anew");
+    }
+}
+
 void Responder::setValidity(CertificateInfo& certificate) const {
     if (policy_.days == 0) return;
     CertificateInfo issuer;
@@ -175,11 +185,7 @@ void Responder::setValidity(CertificateInfo& certificate) const {
 
 void Responder::issue(Message& message, const CACMPT_BLOB& request, CaAnswer& out) {
     CertificateInfo certificate;
-    try {
-        ca_.CertReqMessage_PreProcess(request, &certificate);
-    } catch (const Asn1DecodeException& failure) {
-        return refuse(message, request, FailureInfo::badDataFormat, meaningOf(failure), out);
-    }
+    ca_.CertReqMessage_PreProcess(request, &certificate);
     if (repeatsAnExtension(certificate.Extensions)) {
         return refuse(message, request, FailureInfo::badRequest,
                       "the request names an extension twice", out);
@@ -188,6 +194,7 @@ void Responder::issue(Message& message, const CACMPT_BLOB& request, CaAnswer& ou
         return refuse(message, request, FailureInfo::badRequest,
                       "the request asks for the rights of a CA, which are not given here", out);
     }
+    checkState();
     setValidity(certificate);
     copyIdentifiers(message, certificate);
     ca_.CertReqMessage_Process(&certificate, out.reply);

@@ -44,6 +44,9 @@ private:
     void refuse(Message& message, const CACMPT_BLOB& request, std::uint32_t failures,
                 const std::string& text, CaAnswer& out, int status = PKI_STATUS_REJECTION);
     void fail(Message* message, std::uint32_t failures, const std::string& text, CaAnswer& out);
+    /// A Failure when the settings of the CA were taken away or replaced while it runs: serial
+    /// numbers would be counted from the beginning again.
+    void checkState() const;
     void setValidity(CertificateInfo& certificate) const;
 
     PKIXCMP_Server& ca_;

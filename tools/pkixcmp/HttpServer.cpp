@@ -7,8 +7,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <mutex>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
 
 #include "tools/pkixcmp/Deadlines.h"
 #include "tools/pkixcmp/Failure.h"
@@ -17,7 +21,8 @@
 namespace tool {
 namespace {
 
-constexpr unsigned payloadTooLarge = 413, badRequest = 400, methodNotAllowed = 405;
+constexpr unsigned payloadTooLarge = 413, badRequest = 400, methodNotAllowed = 405,
+                   requestTimeout = 408;
 
 std::string addressText(const sockaddr* address, socklen_t length) {
     char host[NI_MAXHOST], port[NI_MAXSERV];
@@ -43,7 +48,8 @@ int listenOn(const HttpOptions& options) {
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_PASSIVE;
     addrinfo* found = nullptr;
-    int code = ::getaddrinfo(options.host.c_str(), options.port.c_str(), &hints, &found);
+    int code = ::getaddrinfo(options.host.empty() ? nullptr : options.host.c_str(),
+                             options.port.c_str(), &hints, &found);
     if (code != 0) {
         throw Failure("cannot listen on " + options.host + ":" + options.port + ": " +
                       ::gai_strerror(code));
@@ -70,6 +76,8 @@ struct BodyHeaders {
 
     static MHD_Result note(void* context, MHD_ValueKind, const char* key, const char* value) {
         auto& headers = *static_cast<BodyHeaders*>(context);
+        // "Content-Length :" is a length to some readers and none to others (RFC 9112 5.1).
+        headers.badLength |= std::strpbrk(key, " \t") != nullptr;
         if (::strcasecmp(key, "Content-Length") == 0) {
             ++headers.lengths;
             char* end = nullptr;
@@ -125,6 +133,7 @@ private:
     struct Request {
         HttpRequest http;
         std::size_t received = 0;
+        bool answered = false;
     };
     struct Connection {
         Deadlines::Ticket ticket;
@@ -195,6 +204,7 @@ private:
     }
 
     MHD_Result answer(MHD_Connection* connection, Request& request) {
+        request.answered = true;
         HttpReply reply = handler_(request.http);
         MHD_Response* response = mhd_.create_response_from_buffer(
             reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY);
@@ -212,6 +222,15 @@ private:
         return queued;
     }
 
+    /// Has the handler see a request that broke off or was cut, for the log alone.
+    void noteCut(Request& request) noexcept {
+        try {
+            if (request.http.refused == 0) request.http.refused = requestTimeout;
+            handler_(request.http);
+        } catch (...) {  // there is nobody left to be told
+        }
+    }
+
     Connection* connectionOf(MHD_Connection* connection) const {
         auto info = mhd_.get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
         return info != nullptr ? static_cast<Connection*>(info->socket_context) : nullptr;
@@ -221,8 +240,9 @@ private:
                             MHD_RequestTerminationCode) {
         auto& daemon = *static_cast<Daemon*>(self);
         if (*state == nullptr) return;
-        delete static_cast<Request*>(*state);
+        std::unique_ptr<Request> request(static_cast<Request*>(*state));
         *state = nullptr;
+        if (!request->answered) daemon.noteCut(*request);
         if (Connection* known = daemon.connectionOf(connection)) {
             daemon.deadlines_.restart(known->ticket);
         }

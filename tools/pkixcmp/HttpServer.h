@@ -13,7 +13,8 @@ struct HttpRequest {
     std::string peer;     // "127.0.0.1:40000"
     std::string body;     // of a POST
     unsigned worker = 0;  // which of the threads asks, from 0
-    /// When not 0 the request was refused before it was read: the status of the answer.
+    /// When not 0 the request was refused before it was read: the status of the answer. 408 is one
+    /// that broke off or took too long, which gets none.
     unsigned refused = 0;
 };
 

@@ -37,8 +37,9 @@ Log::~Log() = default;
 void Log::line(const std::string& text) { sink_->logger.info("{}", text); }
 
 std::string logField(const char* name, const std::string& value) {
+    constexpr std::size_t longest = 1000;  // a line must not grow with what a peer sends
     std::string out = std::string(" ") + name + "=\"";
-    for (char c : printable(value)) {
+    for (char c : printable(value.size() > longest ? value.substr(0, longest) + "..." : value)) {
         if (c == '"' || c == '\\') out += '\\';
         out += c;
     }

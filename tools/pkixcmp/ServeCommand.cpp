@@ -27,7 +27,7 @@ struct Options {
     IssuePolicy policy;
 };
 
-/// "HOST:PORT", "[::1]:PORT" or ":PORT".
+/// "HOST:PORT", "[::1]:PORT" or ":PORT" for all addresses.
 void readAddress(const std::string& text, HttpOptions& out) {
     std::size_t colon = text.rfind(':');
     if (colon == std::string::npos || colon + 1 == text.size()) {
@@ -35,6 +35,11 @@ void readAddress(const std::string& text, HttpOptions& out) {
     }
     out.host = text.substr(0, colon);
     out.port = text.substr(colon + 1);
+    bool number =
+        std::all_of(out.port.begin(), out.port.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (!number || out.port.size() > 5 || std::stoul(out.port) > 65535) {
+        throw UsageError("--listen takes a port from 0 to 65535, not '" + out.port + "'");
+    }
     if (out.host.size() > 2 && out.host.front() == '[' && out.host.back() == ']') {
         out.host = out.host.substr(1, out.host.size() - 2);
     }
@@ -72,9 +77,10 @@ private:
 
     static HttpReply refuse(const HttpRequest& request, std::string& said) {
         said = " type=http result=refused status=" + std::to_string(request.refused);
-        const char* text = request.refused == 413 ? "the message is too large\n"
-                           : request.refused == 405
-                               ? "POST a CMP message here\n"
+        const char* text = request.refused == 413   ? "the message is too large\n"
+                           : request.refused == 405 ? "POST a CMP message here\n"
+                           : request.refused == 408
+                               ? "the message did not come whole\n"
                                : "the request leaves open where its body ends\n";
         return {request.refused, "text/plain; charset=utf-8", text};
     }
@@ -107,7 +113,6 @@ public:
         sigaddset(&set_, SIGTERM);
         sigaddset(&set_, SIGINT);
         pthread_sigmask(SIG_BLOCK, &set_, nullptr);
-        std::signal(SIGPIPE, SIG_IGN);
     }
     void wait() const {
         int taken = 0;
@@ -135,12 +140,13 @@ int run(Options& options, Context& context) {
     http.timeout = std::chrono::seconds(options.timeout);
     options.policy.approve = options.approve == "all";
     raiseDescriptorLimit();
-    EndSignals signals;
+    std::signal(SIGPIPE, SIG_IGN);
     Log log(options.log);
     CallerWndProv dialogue;
     readCaPin(options.ca, options.pin, dialogue);
     Front front(options, dialogue, log);
     dialogue.pin = Secret();
+    EndSignals signals;
     {
         HttpServer server(http, [&front](const HttpRequest& r) { return front.answer(r); });
         Json started;
