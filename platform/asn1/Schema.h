@@ -98,14 +98,19 @@ inline int findAlternative(const Type& choice, std::uint8_t octet) {
     return -1;
 }
 
+/// Whether a field holds its DEFAULT.
+inline bool isDefault(const Field& field, const void* record) {
+    if (field.presence != Presence::defaulted) return false;
+    if (field.type->kind == Kind::boolean) {
+        return static_cast<bool>(at<ASN1TBool>(record, field.offset)) == (field.defaultValue != 0);
+    }
+    return at<std::int32_t>(record, field.offset) == field.defaultValue;
+}
+
 /// Whether a field is to be written: marked, or different from its DEFAULT.
 inline bool isWritten(const Field& field, const void* record) {
     if (field.presence == Presence::required || at<bool>(record, field.mark)) return true;
-    if (field.presence == Presence::optional) return false;
-    if (field.type->kind == Kind::boolean) {
-        return static_cast<bool>(at<ASN1TBool>(record, field.offset)) != (field.defaultValue != 0);
-    }
-    return at<std::int32_t>(record, field.offset) != field.defaultValue;
+    return field.presence == Presence::defaulted && !isDefault(field, record);
 }
 
 /// Where the value of an alternative lies; null for a pointer that is null.

@@ -411,7 +411,9 @@ private:
                 path_.name(f->name);
                 return false;
             }
-            if (f->presence != Presence::required) at<bool>(out, f->mark) = true;
+            if (f->presence != Presence::required) {
+                at<bool>(out, f->mark) = !isDefault(*f, out);  // DER leaves a DEFAULT out
+            }
         }
         return atEnd() || fail(ASN_E_XML);
     }

@@ -6,9 +6,9 @@
 #include "platform/asn1/Xer.h"
 
 // XER text of values: one interpreter of schemas. Canonical (X.693 9): no white space, integers in
-// decimal, upper-case hexadecimal, empty elements as one tag. Two things follow this system's own
-// readers instead: a bit string without named bits is an empty pair of tags, and an ENUMERATED
-// value without a name is an empty element named by its number.
+// decimal, upper-case hexadecimal, empty elements as one tag, no DEFAULT written out. Two things
+// follow this system's own readers instead: a bit string without named bits is an empty pair of
+// tags, and an ENUMERATED value without a name is an empty element named by its number.
 
 namespace asn1 {
 namespace {
@@ -197,7 +197,7 @@ private:
 
     bool fields(const Type& type, const void* in) {
         for (const Field* f = type.fields; f != type.fields + type.fieldCount; ++f) {
-            if (!isWritten(*f, in)) continue;
+            if (!isWritten(*f, in) || isDefault(*f, in)) continue;
             if (!element(f->name, *f->type, static_cast<const char*>(in) + f->offset)) {
                 path_.name(f->name);
                 return false;

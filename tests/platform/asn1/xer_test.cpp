@@ -139,9 +139,28 @@ TEST(Xer, OtherSpellingsAreRead) {
         {typeOf<ASN1T_Extension>(),
          "<Extension><extnID>2.5.29.15</extnID><critical><false/></critical><extnValue/>"
          "</Extension>",
-         "300A0603551D0F0101000400"},
+         "30070603551D0F0400"},
+        {typeOf<ASN1T_BasicConstraintsSyntax>(),
+         "<BasicConstraintsSyntax><cA><false/></cA></BasicConstraintsSyntax>", "3000"},
+        {typeOf<ASN1T_GeneralSubtree>(),
+         "<GeneralSubtree><base><dNSName>x</dNSName></base><minimum>0</minimum></GeneralSubtree>",
+         "3003820178"},
     };
     for (const auto& c : cases) EXPECT_EQ(derOf(*c.type, c.xer), c.der) << c.xer;
+}
+
+/// The bytes keep a DEFAULT that was written out, canonical text does not show it.
+TEST(Xer, DefaultsAreLeftOut) {
+    EXPECT_EQ(xerOf(Schema<ASN1T_BasicConstraintsSyntax>::type, DerText::bytes("30{01{00}02{01}}")),
+              "<BasicConstraintsSyntax><pathLenConstraint>1</pathLenConstraint>"
+              "</BasicConstraintsSyntax>");
+    ASN1CtxtRef context;
+    ASN1T_BasicConstraintsSyntax read;
+    ASSERT_EQ(
+        rtDecodeXer(context.get(), Schema<ASN1T_BasicConstraintsSyntax>::type,
+                    "<BasicConstraintsSyntax><cA><true/></cA></BasicConstraintsSyntax>", &read),
+        ASN_OK);
+    EXPECT_TRUE(read.cA && read.m.cAPresent);
 }
 
 TEST(Xer, WhatIsMalformedIsRefused) {
