@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Shows every certificate of the system's bundle and every object of a sample folder with the
-# program and encodes each anew:
+# Shows every certificate of the system's bundle, and every object of a sample folder (certs, crls,
+# csr and cmp in it) when one is named, with the program and encodes each anew:
 #   scripts/check-samples.sh PROGRAM [FOLDER]
 # A file that is not read, or does not come back byte for byte, must stand in doc/unread-samples.md;
 # a file that stands there and reads well is reported too. Exits 1 when the two differ.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
-program=$1
-folder=${2:-../shared/samples}
+program=${1:?names the program, build/release/tools/pkixcmp/pkixcmp}
+folder=${2:-}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 list=doc/unread-samples.md
@@ -44,7 +44,7 @@ else
         openssl x509 -in "$pem" -outform DER -out "$pem.crt" && judge "$pem.crt" "$(basename "$pem")"
     done
 fi
-for file in "$folder"/certs/* "$folder"/crls/* "$folder"/csr/* "$folder"/cmp/*; do
+[[ -z "$folder" ]] || for file in "$folder"/{certs,crls,csr,cmp}/*; do
     [[ -f "$file" ]] && judge "$file" "$(basename "$(dirname "$file")")/$(basename "$file")"
 done
 echo "$read_ok read, $same encoded to the same bytes, $listed listed with a reason, $bad wrong"

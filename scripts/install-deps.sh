@@ -18,6 +18,5 @@ done
 sudo=()
 [[ $EUID -eq 0 ]] || sudo=(sudo)
 echo "installing: ${missing[*]}" >&2
-export DEBIAN_FRONTEND=noninteractive
 "${sudo[@]}" apt-get update -qq >&2
-"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
