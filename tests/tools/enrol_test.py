@@ -116,11 +116,11 @@ class Enrol(ProgramTest):
         self.assertNotEqual(self.home.read("root.pem"), before)
 
     def test_root_options(self):
-        self.home.root("--valid", "52w", "--not-before", "2026-01-02T03:04:05Z", "--cdp",
+        self.home.root("--valid", "520w", "--not-before", "2026-01-02T03:04:05Z", "--cdp",
                        "http://ca.example/root.crl", "--name", "Корень")
         text = self.home.x509("root.pem")
         self.assertIn("Not Before: Jan  2 03:04:05 2026 GMT", text)
-        self.assertIn("Not After : Jan  1 03:04:05 2027 GMT", text)
+        self.assertIn("Not After : Dec 21 03:04:05 2035 GMT", text)
         self.assertIn("URI:http://ca.example/root.crl", text)
         self.assertEqual(self.home.json("config", "get", CA + r"\caname")["value"], "Корень")
         self.home.p10(self.home.ec_request())
@@ -136,6 +136,11 @@ class Enrol(ProgramTest):
             self.home.verify("issued.pem")
             issued = openssl("x509", "-in", self.home.path("issued.pem"), "-noout", "-enddate")
             self.assertEqual(issued.stdout == end, same, days)
+
+    def test_a_ca_whose_time_is_over_issues_nothing(self):
+        self.home.root("--not-before", "2020-01-01T00:00:00Z", "--valid", "30d")
+        self.home.p10(self.home.ec_request())
+        self.assertOneLine(self.home.issue(code=1), "2020-01-31T00:00:00Z", "new root")
 
 
 if __name__ == "__main__":

@@ -9,7 +9,8 @@ from program import CA, ROOT, ProgramTest, openssl
 class State(ProgramTest):
     def test_config(self):
         values = [("string", "текст с пробелами", "текст с пробелами"), ("long", "-5", -5),
-                  ("long", "0x10", 16), ("long long", "9000000000000", 9000000000000),
+                  ("long", "010", 10), ("long", "0x10", 16),
+                  ("long long", "9000000000000", 9000000000000),
                   ("bool", "true", True), ("binary", "00ff10", "00ff10"), ("string", "", "")]
         for kind, given, expected in values:
             with self.subTest(type=kind, value=given):

@@ -48,6 +48,9 @@ class Usage(ProgramTest):
             ["config", "ls", "local"], ["config", "set", r"\a\b", "1x", "--type", "long"],
             ["serve", "--ca", CA, "--listen", "127.0.0.1:99999"],
             ["serve", "--ca", CA, "--listen", "127.0.0.1:http"],
+            *([*command, "--ca", path] for path in ("", "local", "\\", CA + "\\")
+              for command in (["root", "new", "--subject", "CN=A"], ["serve"])),
+            [*ENROL, "--config", "local"], [*ENROL, "--config", "\\"],
             ["serve", "--ca", CA, "--listen", "8829"], ["serve", "--ca", CA, "--approve", "some"],
             ["serve", "--ca", CA, "--threads", "0"], ["serve", "--ca", CA, "--max-body", "0"],
             ["show", "--format", "yaml", "x"], ["issue", "--ca", CA, "--days", "-1"],

@@ -3,7 +3,8 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <optional>
+#include <cctype>
+#include <cstdint>
 
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Texts.h"

@@ -1,6 +1,9 @@
 #include "tools/pkixcmp/Ca.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cwchar>
+#include <memory>
 #include <set>
 
 #include "capilite/ASN1Util.h"
@@ -116,6 +119,12 @@ void noteCertificate(CaAnswer& out) {
 
 }  // namespace
 
+Responder::Responder(PKIXCMP_Server& ca, const IssuePolicy& policy) : ca_(ca), policy_(policy) {
+    CertificateInfo root;
+    PKIXCMP_Base::Cert_Decode(ca_.Certificate, &root);
+    end_ = root.NotAfter;
+}
+
 CaAnswer Responder::answer(const CACMPT_BLOB& request) {
     CaAnswer out;
     std::unique_ptr<Message> message;
@@ -164,6 +173,9 @@ void Responder::certify(Message& message, const CACMPT_BLOB& request, CaAnswer& 
 }
 
 void Responder::checkState() const {
+    if (end_ < CACMPT_Date::Now()) {
+        throw Failure("the CA's certificate ended at " + dateText(end_) + "; make a new root");
+    }
     IniValue stored;
     if (!Ini(ca_.configPath()).find("cert", stored) || !(stored.get_binary() == ca_.Certificate)) {
         throw Failure("the CA's configuration is gone or another CA's; it must be started anew");
@@ -172,11 +184,9 @@ void Responder::checkState() const {
 
 void Responder::setValidity(CertificateInfo& certificate) const {
     if (policy_.days == 0) return;
-    CertificateInfo issuer;
-    PKIXCMP_Base::Cert_Decode(ca_.Certificate, &issuer);
     CACMPT_Period days(static_cast<unsigned int>(policy_.days) * 86400u, 0);
     certificate.NotBefore = CACMPT_Date::Now();
-    certificate.NotAfter = std::min(certificate.NotBefore + days, issuer.NotAfter);
+    certificate.NotAfter = std::min(certificate.NotBefore + days, end_);
     certificate.ValidityOverride = true;
 }
 

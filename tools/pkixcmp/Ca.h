@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "pkixcmp/PKIXCMP_Base.h"
@@ -31,7 +32,7 @@ struct CaAnswer {
 /// rejected. Throws only when not even that can be signed.
 class Responder {
 public:
-    Responder(PKIXCMP_Server& ca, const IssuePolicy& policy) : ca_(ca), policy_(policy) {}
+    Responder(PKIXCMP_Server& ca, const IssuePolicy& policy);
 
     CaAnswer answer(const CACMPT_BLOB& request);
     /// A refusal of a request whatever it says, with the status, text and failure bits given.
@@ -44,13 +45,14 @@ private:
     void refuse(Message& message, const CACMPT_BLOB& request, std::uint32_t failures,
                 const std::string& text, CaAnswer& out, int status = PKI_STATUS_REJECTION);
     void fail(Message* message, std::uint32_t failures, const std::string& text, CaAnswer& out);
-    /// A Failure when the settings of the CA were taken away or replaced while it runs: serial
-    /// numbers would be counted from the beginning again.
+    /// A Failure when the CA's time is over, or its settings were taken away or replaced while it
+    /// runs: serial numbers would be counted from the beginning again.
     void checkState() const;
     void setValidity(CertificateInfo& certificate) const;
 
     PKIXCMP_Server& ca_;
     IssuePolicy policy_;
+    CACMPT_Date end_;  // of the CA's certificate
 };
 
 }  // namespace tool

@@ -1,8 +1,7 @@
-#include <charconv>
 #include <iterator>
 #include <memory>
+#include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "config/Ini.h"
 #include "tools/pkixcmp/Context.h"
@@ -102,9 +101,13 @@ int get(Options& options, Context& context) {
 
 template <class Number>
 Number readNumber(const std::string& text, const std::string& type) {
-    Number number = 0;
-    auto [end, code] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (code == std::errc{} && end == text.data() + text.size()) return number;
+    bool hexadecimal = text.find("0x") <= 1;  // a leading zero alone is no octal number
+    std::size_t used = 0;
+    try {
+        long long number = std::stoll(text, &used, hexadecimal ? 16 : 10);
+        if (used == text.size()) return static_cast<Number>(number);
+    } catch (const std::exception&) {  // told below
+    }
     throw UsageError("'" + text + "' is no " + type);
 }
 

@@ -1,4 +1,7 @@
+#include <cstdint>
 #include <map>
+#include <memory>
+#include <string>
 
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"

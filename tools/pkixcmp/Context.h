@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
+#include <string>
 
 namespace tool {
 

@@ -1,3 +1,8 @@
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"
@@ -68,10 +73,7 @@ void fill(const Options& options, RequestInfo& request) {
     setHeaderName(request.RecipientGeneralName, readName(options.recipient, "--recipient"));
     if (!options.san.empty()) request.Extensions.Insert(subjectAltName(options.san));
     if (!options.keyUsage.empty()) request.Extensions.Insert(keyUsage(options.keyUsage));
-    if (!options.config.empty() && options.config[0] != '\\') {
-        throw UsageError("--config takes a path like '\\local\\alice', not '" + options.config +
-                         "'");
-    }
+    if (!options.config.empty()) checkPath(options.config, "--config");
     if (options.key.keyBits != 0 && options.key.providerType != PROV_RSA &&
         options.key.providerType != PROV_ECDSA_PLAIN) {
         throw UsageError("--key-bits is for the provider types 1 and 16; the others have one size");

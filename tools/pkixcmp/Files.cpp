@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "capilite/Base64.h"
 #include "tools/pkixcmp/Descriptor.h"

@@ -1,3 +1,6 @@
+#include <memory>
+#include <string>
+
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Files.h"
 #include "tools/pkixcmp/OfflineCa.h"

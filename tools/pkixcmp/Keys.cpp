@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "capilite/StoreFind.h"
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Failure.h"
+#include "tools/pkixcmp/Texts.h"
 
 namespace tool {
 namespace {
@@ -23,6 +25,7 @@ bool hasReaders(int providerType) {
 }
 
 CACMPT_BLOB caCertificate(const std::string& path) {
+    checkPath(path, "--ca");
     try {
         return Ini(path).find_binary("cert");
     } catch (const entry_not_found_exception& failure) {

@@ -4,6 +4,8 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include <utility>
+
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Texts.h"
 

@@ -1,5 +1,8 @@
 #include "tools/pkixcmp/Message.h"
 
+#include <cstdint>
+#include <iterator>
+
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Texts.h"

@@ -1,5 +1,7 @@
 #include "tools/pkixcmp/OfflineCa.h"
 
+#include <memory>
+
 #include "tools/pkixcmp/Files.h"
 #include "tools/pkixcmp/Keys.h"
 

@@ -1,3 +1,6 @@
+#include <memory>
+#include <string>
+
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"

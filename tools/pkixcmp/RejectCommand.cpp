@@ -1,4 +1,7 @@
+#include <cstdint>
+#include <memory>
 #include <sstream>
+#include <string>
 
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Files.h"

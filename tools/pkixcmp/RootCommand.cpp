@@ -1,3 +1,6 @@
+#include <memory>
+#include <string>
+
 #include "platform/support/Text.h"
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"
@@ -40,6 +43,7 @@ CACMPT_Extensions rootExtensions() {
 }
 
 std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
+    checkPath(options.ca, "--ca");
     CACMPT_PARSED_RDN subject = readName(options.subject, "--subject");
     CACMPT_Period validity = readPeriod(options.valid, "--valid");
     CACMPT_Period crlPeriod = readPeriod(options.crlPeriod, "--crl-period");

@@ -1,7 +1,11 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 

@@ -1,3 +1,8 @@
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "tools/pkixcmp/AsnTypes.h"
 #include "tools/pkixcmp/Context.h"
 #include "tools/pkixcmp/Failure.h"

@@ -1,4 +1,10 @@
 #include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 #include "capilite/StoreFind.h"
 #include "platform/support/Text.h"

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 
 #include "capilite/CAException.h"
@@ -154,6 +155,13 @@ CACMPT_PARSED_RDN readName(const std::string& text, const char* option) {
     CACMPT_PARSED_RDN out;
     out.assign(wide);
     return out;
+}
+
+void checkPath(const std::string& path, const char* option) {
+    if (path.size() < 2 || path.front() != '\\' || path.back() == '\\') {
+        throw UsageError(std::string(option) + " takes a path like '\\local\\ca', not '" + path +
+                         "'");
+    }
 }
 
 std::string nameText(const CACMPT_PARSED_RDN& name) { return utf8FromWide(name.tostring(3)); }

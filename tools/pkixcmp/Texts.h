@@ -23,6 +23,8 @@ std::string dateText(const CACMPT_Date& date);
 /// only the front was read.
 CACMPT_PARSED_RDN readName(const std::string& text, const char* option);
 std::string nameText(const CACMPT_PARSED_RDN& name);
+/// A UsageError unless the text has the form of a path of the configuration tree.
+void checkPath(const std::string& path, const char* option);
 /// Fills a name of a message's header with "dn:" and the name.
 void setHeaderName(wchar_t (&target)[PKIXCMP_NAME_CHARS], const CACMPT_PARSED_RDN& name);
 
