@@ -103,7 +103,7 @@ bool oidText(const ASN1TObjId& oid, std::string& out) {
     });
 }
 
-bool oidFromText(std::string_view text, std::string& out) {
+bool oidFromText(std::string_view text, std::string& out, std::size_t most) {
     out.clear();
     std::uint64_t first = 0;
     for (std::size_t index = 0;; ++index) {
@@ -117,7 +117,7 @@ bool oidFromText(std::string_view text, std::string& out) {
         if (index == 0) first = value;
         if (index > 1) putBigSubidentifier(octets, out);
         if (dot == std::string_view::npos) return index >= 1;
-        if (index + 1 >= ASN1_K_MAXSUBIDS) return false;
+        if (index + 1 >= most) return false;
         text.remove_prefix(dot + 1);
     }
 }
@@ -183,6 +183,8 @@ int rtOidToStr(const ASN1OBJID* oid, char* buffer, std::size_t size) {
 }
 
 int rtOidToStr(const ASN1TObjId& oid, char* buffer, std::size_t size) {
+    // An octet takes one character at least: what cannot fit is not turned into decimal first.
+    if (oid.numocts >= size && asn1::isObjectIdentifier(oid)) return ASN_E_BUFOVFLW;
     std::string text;
     if (!asn1::oidText(oid, text)) return ASN_E_INVVAL;
     if (text.size() >= size) return ASN_E_BUFOVFLW;

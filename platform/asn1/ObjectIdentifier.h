@@ -25,7 +25,7 @@ inline bool isObjectIdentifier(const ASN1TObjId& oid) {
 /// Dotted text, with arcs of any size after the first two. False for octets that are none.
 bool oidText(const ASN1TObjId& oid, std::string& out);
 /// Content octets of dotted text. False for anything but digits and dots, fewer than two arcs, more
-/// than 128, or arcs out of X.660's range.
-bool oidFromText(std::string_view text, std::string& out);
+/// than `most`, or arcs out of X.660's range.
+bool oidFromText(std::string_view text, std::string& out, std::size_t most = ASN1_K_MAXSUBIDS);
 
 }  // namespace asn1

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -142,7 +143,7 @@ private:
             case Kind::objectIdentifier: {
                 std::string content;
                 auto& id = at<ASN1TObjId>(out);
-                if (!oidFromText(plainText(), content)) return fail(ASN_E_INVVAL);
+                if (!oidFromText(plainText(), content, SIZE_MAX)) return fail(ASN_E_INVVAL);
                 id.numocts = static_cast<std::uint32_t>(content.size());
                 return keep(content, id.data);
             }

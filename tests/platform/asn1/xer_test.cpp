@@ -290,6 +290,15 @@ TEST(Xer, EqualNumbersHaveEqualTexts) {
     }
 }
 
+TEST(Xer, IdentifiersOfAnyNumberOfArcsAreReadBack) {
+    for (std::size_t octets : {127U, 128U, 3000U}) {
+        std::string der = "\x06" + DerText::withLength(std::string(octets, '\x2A'));
+        EXPECT_EQ(derOf(Schema<ASN1T_HoldInstruction>::type,
+                        xerOf(Schema<ASN1T_HoldInstruction>::type, der)),
+                  hexOf(der));
+    }
+}
+
 TEST(Xer, NestingAndMemoryAreBounded) {
     std::string open = "<PKIMessages>", text;
     for (int i = 0; i < 5000; ++i) {
