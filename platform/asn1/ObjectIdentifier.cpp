@@ -91,8 +91,11 @@ bool oidText(const ASN1TObjId& oid, std::string& out) {
     return eachSubidentifier(oid, [&](const std::uint8_t* octets, std::uint32_t count) {
         std::uint64_t value = 0;
         if (!smallValue(octets, count, value)) {
-            if (out.empty() || count > maxDecimalOctets) return false;
-            out.append(".").append(decimalFromOctets(repack(octets, count)));
+            if (out.empty() || count > maxDecimalOctets * 8 / 7 + 1) return false;
+            std::string big = repack(octets, count);
+            big.erase(0, big.find_first_not_of('\0'));
+            if (big.size() > maxDecimalOctets) return false;
+            out.append(".").append(decimalFromOctets(big));
         } else if (out.empty()) {
             std::uint64_t first = value < 40 ? 0 : value < 80 ? 1 : 2;
             out = std::to_string(first) + "." + std::to_string(value - 40 * first);

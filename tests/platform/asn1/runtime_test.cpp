@@ -60,6 +60,16 @@ TEST(ObjectIdentifiers, TextAndOctetsAgree) {
     }
 }
 
+/// The largest arc that has a text is of 1024 octets, in both directions.
+TEST(ObjectIdentifiers, ArcsHaveATextUpToOneBound) {
+    for (auto [top, good] : {std::pair{'\x83', true}, {'\x84', false}}) {
+        std::string octets = std::string("\x2A") + top + std::string(1169, '\xFF') + '\x7F', back;
+        std::string text = rtOidToString(oidOf(octets));
+        EXPECT_EQ(!text.empty(), good);
+        EXPECT_EQ(asn1::oidFromText(text, back) && back == octets, good);
+    }
+}
+
 TEST(ObjectIdentifiers, OctetsThatAreNoneAreRefused) {
     for (const char* text : {"", "80", "8001", "2A80", "2A8001", "2AFF"}) {
         std::string octets = DerText::bytes(text);
