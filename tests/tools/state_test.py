@@ -123,5 +123,15 @@ class State(ProgramTest):
         self.assertEqual(self.home.json("container", "ls"), [])
 
 
+    def test_damaged_state_is_no_empty_state(self):
+        self.home.root()
+        for folder, _, files in os.walk(self.home.path("home")):
+            for name in files:
+                if ".db" in name:
+                    self.home.write(os.path.join(folder, name), b"no database" * 1000)
+        for args in (["store", "ls"], ["store", "ls", "My"], ["config", "ls", r"\local"]):
+            self.assertOneLine(self.home.run(*args, code=1))
+
+
 if __name__ == "__main__":
     unittest.main()

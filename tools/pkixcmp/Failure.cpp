@@ -8,6 +8,7 @@
 #include <typeinfo>
 
 #include "capilite/CAException.h"
+#include "config/IniExceptions.h"
 #include "platform/support/LastError.h"
 #include "platform/support/Text.h"
 
@@ -88,6 +89,9 @@ std::string meaningOfCode(unsigned int code) {
 std::string meaningOf(const std::exception& failure) {
     if (auto crypt = dynamic_cast<const CryptException*>(&failure)) {
         return meaningOfCode(crypt->code);
+    }
+    if (dynamic_cast<const rights_exception*>(&failure) != nullptr) {
+        return meaningOfCode(ERROR_ACCESS_DENIED);
     }
     return oneLine(bareText(utf8Text(failure, failure.what())));
 }

@@ -90,11 +90,15 @@ std::string textOf(const Json& entry) {
     return text + "\n";
 }
 
+[[noreturn]] void notOpened(const Options& options) {
+    throw Failure("cannot open the store " + options.store + ": " + meaningOfCode(GetLastError()) +
+                  "; see the stores with 'pkixcmp store ls'");
+}
+
 store_handle openStore(const Options& options, unsigned long flags) {
     store_handle store;
     if (!store.open(wideFromUtf8(options.store).c_str(), options.machine, flags)) {
-        throw Failure("cannot open the store " + options.store + ": " +
-                      meaningOfCode(GetLastError()) + "; see the stores with 'pkixcmp store ls'");
+        notOpened(options);
     }
     return store;
 }
@@ -111,6 +115,9 @@ int listStores(const Options& options, Context& context) {
         text += shown + "\n";
         length = std::size(name);
     }
+    if (GetLastError() != ERROR_NO_MORE_ITEMS) {
+        throw Failure("cannot list the stores: " + meaningOfCode(GetLastError()));
+    }
     printResult(context.json, list, text);
     return exitDone;
 }
@@ -126,6 +133,7 @@ int ls(Options& options, Context& context) {
     store_handle store;
     bool present = store.open(wideFromUtf8(options.store).c_str(), options.machine,
                               CERT_STORE_OPEN_EXISTING | CERT_STORE_READONLY);
+    if (!present && GetLastError() != ERROR_FILE_NOT_FOUND) notOpened(options);
     PCCERT_CONTEXT certificate = nullptr;
     while (present &&
            (certificate = CertEnumCertificatesInStore(store.get(), certificate)) != nullptr) {
