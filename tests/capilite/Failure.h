@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -43,3 +45,17 @@ std::string failureOf(Action action) {
         return e.what();
     }
 }
+
+/// The text that an action returns, or what it throws as `failureOf` tells it.
+template <class Action>
+std::string resultOf(Action action) {
+    std::string result;
+    const std::string failure = failureOf([&] { result = action(); });
+    return failure == "none" ? result : failure;
+}
+
+/// Expects a statement to throw what `failureOf` tells by the text.
+#define EXPECT_FAILURE(statement, text) EXPECT_EQ(failureOf([&] { statement; }), text)
+/// Expects a statement to throw a failure of the ASN.1 runtime, in whatever words.
+#define EXPECT_ASN1_FAILURE(statement) \
+    EXPECT_EQ(failureOf([&] { statement; }).substr(0, 14), "Asn1Exception ")

@@ -10,6 +10,7 @@
 #include "capilite/PinCallback.h"
 #include "capilite/StoreFind.h"
 #include "tests/TempHome.h"
+#include "tests/capilite/Hex.h"
 
 namespace {
 
@@ -151,16 +152,11 @@ TEST_F(StoreTest, HandlesCountTheirStores) {
 
 TEST_F(StoreTest, CertificatesAreFoundByPredicate) {
     const store_handle store = filled(L"T");
-    const auto alice = certificate("alice");
-    const auto bob = certificate("bob");
-    const auto carol = certificate("carol");
-    const CACMPT_BLOB caName = blob(bob->pCertInfo->Issuer);
-    const CACMPT_BLOB caseName = blob(carol->pCertInfo->Issuer);
-    const CACMPT_BLOB aliceName = blob(alice->pCertInfo->Subject);
-    const CACMPT_BLOB little("\x34\x12", 2);
-    const CACMPT_BLOB big("\x12\x34", 2);
-    const CACMPT_BLOB little80("\x80\0", 2);
-    const CACMPT_BLOB big80("\x80", 1);
+    const CACMPT_BLOB caName = blob(certificate("bob")->pCertInfo->Issuer);
+    const CACMPT_BLOB caseName = blob(certificate("carol")->pCertInfo->Issuer);
+    const CACMPT_BLOB aliceName = blob(certificate("alice")->pCertInfo->Subject);
+    const CACMPT_BLOB little = fromHex("3412"), big = fromHex("1234"), little80 = fromHex("8000"),
+                      big80 = fromHex("80");
     using Substring = CertFindByIssuerSubStrAndSerial;
     EXPECT_EQ(found(store, Substring(L"", none)), all);
     EXPECT_EQ(found(store, Substring(nullptr, none)), all);
@@ -200,8 +196,7 @@ TEST_F(StoreTest, CertificatesAreFoundByKeyAndByThePlatform) {
     key.key.data[key.key.size - 1] ^= 1;
     EXPECT_EQ(found(store, CertFindByPublicKey(key)), "");
     EXPECT_THROW(CertFindByPublicKey(file("plain.crl")), Asn1Exception);
-    BYTE hashBytes[20];
-    BYTE keyIdBytes[20];
+    BYTE hashBytes[20], keyIdBytes[20];
     CRYPT_DATA_BLOB hash{sizeof hashBytes, hashBytes};
     CRYPT_DATA_BLOB keyId{sizeof keyIdBytes, keyIdBytes};
     ASSERT_TRUE(CertGetCertificateContextProperty(bob.get(), 3, hashBytes, &hash.cbData));
@@ -214,9 +209,8 @@ TEST_F(StoreTest, CrlsAreFoundByPredicate) {
     const store_handle store = filled(L"T");
     const CACMPT_BLOB name = blob(crl("plain")->pCrlInfo->Issuer);
     const CACMPT_BLOB otherName = blob(certificate("bob")->pCertInfo->Subject);
-    CACMPT_BLOB keyId;
-    keyId.readFromHexString("63A60CF6F28EAE5E5B6DC0F8114CB2D6A4EAAAB9");
-    const CACMPT_BLOB otherKey("\1\2\3", 3);
+    const CACMPT_BLOB keyId = fromHex("63A60CF6F28EAE5E5B6DC0F8114CB2D6A4EAAAB9");
+    const CACMPT_BLOB otherKey = fromHex("010203");
     const std::string every = "plain keyid case issuer broken";
     EXPECT_EQ(found(store, CrlFindByIssuerSubStr(nullptr)), every);
     EXPECT_EQ(found(store, CrlFindByIssuerSubStr(L"")), every);
