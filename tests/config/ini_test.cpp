@@ -32,8 +32,7 @@ protected:
 
 TEST(IniPath, MergesRelativePaths) {
     const struct {
-        const char* base;
-        const char* relative;
+        const char *base, *relative;
         const char* merged;  // null: climbs above the root
     } cases[] = {
         {"\\local\\ca", nullptr, "\\local\\ca"},
@@ -183,26 +182,21 @@ TEST_F(IniTest, GettersRefuseOtherTypes) {
 }
 
 TEST_F(IniTest, NumbersOutsideTheirRangeAreOfTheWrongType) {
-    const struct {
-        long stored;
-        bool isInt;
-        bool isUnsigned;
-    } cases[] = {{0, true, true},           {-1, true, false},          {2147483647, true, true},
-                 {2147483648, false, true}, {-2147483648, true, false}, {-2147483649, false, false},
-                 {4294967295, false, true}, {4294967296, false, false}};
-    const auto fits = [](const auto& get, const char* word, long expected, bool fitting) {
-        try {
-            EXPECT_EQ(get(), expected);
-            EXPECT_TRUE(fitting) << expected;
-        } catch (const entry_bad_type_exception& e) {
-            EXPECT_FALSE(fitting) << expected;
-            EXPECT_EQ(e.what(), std::string("Entry: 'n' ") + word + " expected");
-        }
+    const auto stored = [&](long number) {
+        ini.insert("n", number);
+        return value("n");
     };
-    for (const auto& c : cases) {
-        ini.insert("n", c.stored);
-        fits([&] { return value("n").get_int(); }, "int", c.stored, c.isInt);
-        fits([&] { return value("n").get_unsigned(); }, "unsigned", c.stored, c.isUnsigned);
+    const auto refused = [](const char* word) {
+        return ThrowsMessage<entry_bad_type_exception>(std::string("Entry: 'n' ") + word +
+                                                       " expected");
+    };
+    for (long n : {0L, -1L, 2147483647L, -2147483648L}) EXPECT_EQ(stored(n).get_int(), n);
+    for (long n : {2147483648L, -2147483649L, 4294967295L, 4294967296L}) {
+        EXPECT_THAT([&] { stored(n).get_int(); }, refused("int")) << n;
+    }
+    for (long n : {0L, 2147483648L, 4294967295L}) EXPECT_EQ(stored(n).get_unsigned(), n);
+    for (long n : {-1L, -2147483648L, -2147483649L, 4294967296L}) {
+        EXPECT_THAT([&] { stored(n).get_unsigned(); }, refused("unsigned")) << n;
     }
 }
 
@@ -233,14 +227,11 @@ TEST_F(IniTest, CopiesIntoACallersBuffer) {
 }
 
 TEST_F(IniTest, ReferencesNameOtherKeys) {
-    const struct {
-        const char* text;
-        const char* path;
-    } cases[] = {
+    const char* const cases[][2] = {
         {"sub", "\\local\\test\\sub"}, {"..\\ca", "\\local\\ca"}, {"\\config\\x\\", "\\config\\x"}};
-    for (const auto& c : cases) {
-        ini.insert("ref", c.text);
-        EXPECT_EQ(value("ref").get_ref(ini).path(), c.path);
+    for (const auto& [text, path] : cases) {
+        ini.insert("ref", text);
+        EXPECT_EQ(value("ref").get_ref(ini).path(), path);
     }
     ini.insert("ref", "..\\..\\..\\x");
     EXPECT_THAT([&] { value("ref").get_ref(ini); },
