@@ -7,7 +7,6 @@ import re
 import shutil
 import signal
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
@@ -16,17 +15,11 @@ PROGRAM = os.environ["PKIXCMP_PROGRAM"]
 OPENSSL = os.environ.get("OPENSSL_PROGRAM", "openssl")
 CA = r"\local\ca"
 ROOT = "CN=Test Root, O=Test"
-
-
-def openssl(*args, check=True, **kwargs):
-    done = subprocess.run([OPENSSL, *args], capture_output=True, text=True, **kwargs)
-    if check and done.returncode != 0:
-        raise AssertionError(f"openssl {' '.join(args)}: {done.stderr}")
-    return done
+P256 = ["ec", "-pkeyopt", "ec_paramgen_curve:P-256"]
 
 
 class Home:
-    """State and files of one test."""
+    """State and files of one test. All programs run in its folder."""
 
     def __init__(self):
         self.folder = tempfile.mkdtemp(prefix="pkixcmp-test.")
@@ -48,7 +41,7 @@ class Home:
         """Runs the program and checks how it ends."""
         kwargs.setdefault("stdin", subprocess.DEVNULL)
         done = subprocess.run([PROGRAM, *args], env=self.env, capture_output=True, timeout=120,
-                              **kwargs)
+                              cwd=self.folder, **kwargs)
         done.text = done.stdout.decode(errors="replace")
         done.error = done.stderr.decode()
         if code is not None and done.returncode != code:
@@ -56,39 +49,46 @@ class Home:
                                  f"{done.error}{done.text[:400]}")
         return done
 
-    def json(self, *args, code=0, **kwargs):
-        return json.loads(self.run(*args, "--json", code=code, **kwargs).text)
+    def json(self, *args, **kwargs):
+        return json.loads(self.run(*args, "--json", **kwargs).text)
+
+    def show(self, name):
+        return self.json("show", name)[0]["value"]
 
     def root(self, *more):
-        return self.json("root", "new", "--ca", CA, "--subject", ROOT, "--certout",
-                         self.path("root.pem"), *more)
+        return self.json("root", "new", "--ca", CA, "--subject", ROOT, "--certout", "root.pem",
+                         *more)
 
-    def p10(self, csr, out="request.der", code=0):
-        return self.run("p10", "--csr", csr, "--recipient", ROOT, "--reqout", self.path(out),
-                        code=code)
+    def p10(self, csr, *more, **kwargs):
+        return self.run("p10", "--csr", csr, "--recipient", ROOT, "--reqout", "request.der", *more,
+                        **kwargs)
 
-    def issue(self, request="request.der", name="issued", code=0, more=()):
-        return self.run("issue", "--ca", CA, "--reqin", self.path(request), "--rspout",
-                        self.path(name + ".rsp"), "--certout", self.path(name + ".pem"), *more,
-                        code=code)
+    def issue(self, *more, name="issued", **kwargs):
+        return self.run("issue", "--ca", CA, "--reqin", "request.der", "--rspout", name + ".rsp",
+                        "--certout", name + ".pem", *more, **kwargs)
+
+    def openssl(self, *args, check=True):
+        done = subprocess.run([OPENSSL, *args], capture_output=True, text=True, cwd=self.folder)
+        if check and done.returncode != 0:
+            raise AssertionError(f"openssl {' '.join(args)}: {done.stderr}")
+        return done.stdout
+
+    def request(self, *more, name="csr", subject="/CN=Plain", key=P256):
+        """A PKCS#10 request for a fresh key; with -x509 a certificate that signs itself."""
+        self.openssl("req", "-new", "-utf8", "-newkey", *key, "-nodes", "-keyout", name + ".key",
+                     "-subj", subject, "-out", name, *more)
+        return name
 
     def verify(self, name):
-        said = openssl("verify", "-x509_strict", "-CAfile", self.path("root.pem"), self.path(name))
-        assert said.stdout.strip().endswith(": OK"), said.stdout
+        said = self.openssl("verify", "-x509_strict", "-CAfile", "root.pem", name)
+        assert said.strip().endswith(": OK"), said
 
-    def x509(self, name):
-        return openssl("x509", "-in", self.path(name), "-noout", "-text", "-nameopt",
-                       "utf8,sep_comma_plus_space").stdout
+    def x509(self, name, *what):
+        return self.openssl("x509", "-in", name, "-noout", *(
+            what or ["-text", "-nameopt", "utf8,sep_comma_plus_space"]))
 
     def serial(self, name):
-        return openssl("x509", "-in", self.path(name), "-noout", "-serial").stdout.strip()
-
-    def ec_request(self, name="plain", subject="/CN=Plain"):
-        """A PKCS#10 request for a fresh P-256 key."""
-        openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-                "-keyout", self.path(name + ".key"), "-subj", subject, "-out",
-                self.path(name + ".csr"))
-        return self.path(name + ".csr")
+        return self.x509(name, "-serial").strip().split("=")[1]
 
 
 class ServedCa:
@@ -106,9 +106,9 @@ class ServedCa:
             raise AssertionError(f"no server: {line}{self.process.stderr.read()}")
         self.url, self.port = match.group(1), int(match.group(2))
 
-    def enrol(self, *more, code=0, subject="CN=Alice"):
+    def enrol(self, *more, **kwargs):
         return self.home.run("enrol", "--server", self.url, "--recipient", ROOT, "--subject",
-                             subject, *more, code=code)
+                             "CN=Alice", *more, **kwargs)
 
     def stop(self):
         self.process.send_signal(signal.SIGTERM)
@@ -151,7 +151,3 @@ def wait_until(condition, seconds=20):
             return True
         time.sleep(0.02)
     return False
-
-
-if __name__ == "__main__":
-    sys.exit("this is no test")

@@ -13,31 +13,27 @@ from program import CA, PROGRAM, ROOT, ProgramTest
 
 PIN, OTHER = "7Hq2mZ9x", "9xPinTwo"
 ALICE = r"\\.\DISK\alice"
+P10 = ["p10", "--csr", "csr", "--recipient", ROOT, "--reqout", "request.der", "--container", ALICE]
+PASSWD = ["container", "passwd", ALICE]
 
 
 class Secrets(ProgramTest):
     def setUp(self):
-        super().setUp()
-        self.csr = self.home.ec_request()
-
-    def p10(self, *more, code=0, container=ALICE, **kwargs):
-        return self.home.run("p10", "--csr", self.csr, "--recipient", ROOT, "--reqout",
-                             self.home.path("request.der"), "--container", container, *more,
-                             code=code, **kwargs)
-
-    def make(self, pin=PIN):
         """A key in a container with a PIN, certified."""
+        super().setUp()
+        self.home.request()
         self.home.root()
         with self.served("--approve", "all") as ca:
-            ca.enrol("--container", ALICE, "--pin", f"pass:{pin}", "--trust",
-                     self.home.path("root.pem"))
+            ca.enrol("--container", ALICE, "--pin", f"pass:{PIN}", "--trust", "root.pem")
+
+    def p10(self, *more, **kwargs):
+        return self.home.run(*P10, *more, **kwargs)
 
     def tries(self):
         listed = {c["container"]: c for c in self.home.json("container", "ls")}
         return listed[ALICE]["state"], listed[ALICE]["tries"]
 
     def test_three_tries_across_processes(self):
-        self.make()
         self.p10(f"--pin=pass:{PIN}")
         for left in (2, 1):
             self.assertOneLine(self.p10("--pin", "pass:wrong", code=1), "wrong PIN",
@@ -49,30 +45,25 @@ class Secrets(ProgramTest):
             done = self.p10("--pin", "pass:wrong", code=1)
         self.assertOneLine(done, "blocked")
         self.assertEqual(self.tries(), ("blocked", 0))
-        before = self.home.path("request.der")
-        os.unlink(before)
-        for args in (("--pin", f"pass:{PIN}"), ("--pin", "pass:wrong")):
-            self.assertOneLine(self.p10(*args, code=1), "blocked")
-        self.assertOneLine(self.home.run("container", "passwd", ALICE, "--pin", f"pass:{PIN}",
-                                         "--new-pin", f"pass:{OTHER}", code=1), "blocked")
-        self.assertFalse(os.path.exists(before), "a blocked key signed")
+        os.unlink(self.home.path("request.der"))
+        for args in ([*P10, "--pin", f"pass:{PIN}"], [*P10, "--pin", "pass:wrong"],
+                     [*PASSWD, "--pin", f"pass:{PIN}", "--new-pin", f"pass:{OTHER}"]):
+            self.assertOneLine(self.home.run(*args, code=1), "blocked")
+        self.assertFalse(os.path.exists(self.home.path("request.der")), "a blocked key signed")
 
     def test_the_pin_is_written_nowhere(self):
-        self.make()
         said = b""
-        for args in (("--pin", f"pass:{PIN}"), ("--pin", f"pass:{OTHER}")):
-            done = self.p10(*args, "-v", "--json", code=None)
+        for pin in (PIN, OTHER):
+            done = self.p10("--pin", f"pass:{pin}", "-v", "--json", code=None)
             said += done.stdout + done.stderr
         for folder, _, files in os.walk(self.home.folder):
             for name in files:
-                with open(os.path.join(folder, name), "rb") as file:
-                    said += file.read()
+                said += self.home.read(os.path.join(folder, name))
         for pin in (PIN, OTHER):
             self.assertNotIn(pin.encode(), said)
             self.assertNotIn(pin.encode("utf-16-le"), said)
 
     def test_sources(self):
-        self.make()
         self.home.env["CMP_PIN"] = PIN
         self.p10("--pin", "env:CMP_PIN")
         self.p10("--pin", "file:" + self.home.write("pin", PIN + "\nsecond line\n"))
@@ -84,23 +75,21 @@ class Secrets(ProgramTest):
         self.assertEqual(self.tries(), ("whole", 3))
 
     def test_bad_sources(self):
-        self.make()
-        cases = {"pass:": 2, "taken:0": 2, "taken:9": 2, "pass:ninechars": 2, "word": 2, "fd:x": 2, "fd:": 2, "env:NO_SUCH": 1,
-                 "file:/nonexistent": 1, "file:/": 1, "fd:77": 1}
+        cases = {"pass:": 2, "taken:0": 2, "taken:9": 2, "pass:ninechars": 2, "word": 2, "fd:x": 2,
+                 "fd:": 2, "env:NO_SUCH": 1, "file:/nonexistent": 1, "file:/": 1, "fd:77": 1}
         for source, code in cases.items():
             with self.subTest(source=source):
                 self.assertOneLine(self.p10("--pin", source, code=code))
         self.assertEqual(self.tries(), ("whole", 3), "no try was spent")
 
     def test_no_terminal_no_question(self):
-        self.make()
-        done = self.p10(code=1, start_new_session=True)
-        self.assertOneLine(done, "--pin")
+        self.assertOneLine(self.p10(code=1, start_new_session=True), "--pin")
 
-    def on_terminal(self, args, answers):
-        """Runs the program on a terminal of its own; gives what it showed and how it ended."""
+    def on_terminal(self, args, answers, code=0):
+        """Runs the program on a terminal of its own; gives what it showed."""
         pid, terminal = pty.fork()
         if pid == 0:
+            os.chdir(self.home.folder)
             os.execve(PROGRAM, [PROGRAM, *args], self.home.env)
         shown = b""
         for prompt, answer in answers:
@@ -109,45 +98,31 @@ class Secrets(ProgramTest):
                 if select.select([terminal], [], [], 0.1)[0]:
                     shown += os.read(terminal, 1024)
             self.assertIn(prompt, shown)
-            os.write(terminal, answer + b"\n")
+            os.write(terminal, answer.encode() + b"\n")
         try:
             while chunk := os.read(terminal, 1024):
                 shown += chunk
         except OSError:
             pass
-        return shown, os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]), code, shown)
+        return shown
 
     def test_asked_on_the_terminal(self):
-        self.make()
-        shown, code = self.on_terminal(
-            ["p10", "--csr", self.csr, "--recipient", ROOT, "--reqout",
-             self.home.path("request.der"), "--container", ALICE],
-            [(b"PIN for", PIN.encode())])
-        self.assertEqual(code, 0, shown)
-        self.assertNotIn(PIN.encode(), shown)
-        change = ["container", "passwd", ALICE]
-        shown, code = self.on_terminal(change, [(b"PIN for", PIN.encode()),
-                                                (b"new PIN for", OTHER.encode()),
-                                                (b"again", b"another")])
-        self.assertEqual(code, 1, shown)
-        shown, code = self.on_terminal(change, [(b"PIN for", PIN.encode()),
-                                                (b"new PIN for", OTHER.encode()),
-                                                (b"again", OTHER.encode())])
-        self.assertEqual(code, 0, shown)
+        self.assertNotIn(PIN.encode(), self.on_terminal(P10, [(b"PIN for", PIN)]))
+        for again, code in (("another", 1), (OTHER, 0)):
+            self.on_terminal(PASSWD, [(b"PIN for", PIN), (b"new PIN for", OTHER),
+                                      (b"again", again)], code)
         self.p10("--pin", f"pass:{OTHER}")
 
     def test_giving_up_brings_the_echo_back(self):
-        self.make()
-        for name, letter in (("p10", b"\x03"), ("serve", b"\x03"), ("p10", b"\x1c")):
-            args = {"p10": ["p10", "--csr", self.csr, "--recipient", ROOT, "--reqout", "x",
-                            "--container", ALICE],
-                    "serve": ["serve", "--ca", r"\local\pin", "--listen", "127.0.0.1:0"]}
-            if name == "serve":
-                self.home.run("root", "new", "--ca", r"\local\pin", "--subject", "CN=P", "--pin",
-                              f"pass:{PIN}")
+        self.home.run("root", "new", "--ca", r"\local\pin", "--subject", "CN=P", "--pin",
+                      f"pass:{PIN}")
+        serve = ["serve", "--ca", r"\local\pin", "--listen", "127.0.0.1:0"]
+        for args, letter in ((P10, b"\x03"), (serve, b"\x03"), (P10, b"\x1c")):
             terminal, device = pty.openpty()
-            with subprocess.Popen([PROGRAM, *args[name]], env=self.home.env, stdin=device,
-                                  start_new_session=True, stderr=subprocess.DEVNULL,
+            with subprocess.Popen([PROGRAM, *args], env=self.home.env, stdin=device,
+                                  cwd=self.home.folder, start_new_session=True,
+                                  stderr=subprocess.DEVNULL,
                                   preexec_fn=lambda tty=device: fcntl.ioctl(
                                       tty, termios.TIOCSCTTY, 0)) as asking:
                 self.assertIn(b"PIN for", os.read(terminal, 1024))
@@ -159,28 +134,24 @@ class Secrets(ProgramTest):
             os.close(device)
 
     def test_changing(self):
-        self.make()
-        self.home.run("container", "passwd", ALICE, "--pin", f"pass:{PIN}", "--new-pin",
-                      f"pass:{OTHER}")
+        self.home.run(*PASSWD, "--pin", f"pass:{PIN}", "--new-pin", f"pass:{OTHER}")
         self.assertOneLine(self.p10("--pin", f"pass:{PIN}", code=1), "wrong PIN")
         self.p10("--pin", f"pass:{OTHER}")
-        vault = self.home.json("container", "ls")
-        vault = [c["container"] for c in vault if c["protection"] == "provider"][0]
+        (vault,) = [c["container"] for c in self.home.json("container", "ls")
+                    if c["protection"] == "provider"]
         self.home.run("container", "passwd", vault)
-        self.assertEqual(self.home.run("container", "passwd", vault, "--new-pin", f"pass:{PIN}",
-                                       code=2).returncode, 2)
-        self.home.p10(self.csr)
+        self.home.run("container", "passwd", vault, "--new-pin", f"pass:{PIN}", code=2)
+        self.home.p10("csr")
         self.home.issue()
 
     def test_ca_with_a_pin(self):
-        self.home.root("--pin", f"pass:{PIN}")
-        self.home.p10(self.csr)
-        self.assertOneLine(
-            self.home.issue(more=("--pin", "pass:wrong"), code=1), "wrong PIN", "2 tries")
-        self.home.issue(more=("--pin", f"pass:{PIN}"))
+        self.home.root("--replace", "--pin", f"pass:{PIN}")
+        self.home.p10("csr")
+        self.assertOneLine(self.home.issue("--pin", "pass:wrong", code=1), "wrong PIN", "2 tries")
+        self.home.issue("--pin", f"pass:{PIN}")
         self.home.verify("issued.pem")
         with self.served("--approve", "all", "--pin", f"pass:{PIN}") as ca:
-            ca.enrol("--trust", self.home.path("root.pem"))
+            ca.enrol("--trust", "root.pem")
             with open(f"/proc/{ca.process.pid}/cmdline", "rb") as file:
                 listed = file.read()
             self.assertIn(b"serve", listed)

@@ -1,21 +1,30 @@
 """The served CA against broken, slow, greedy and parallel peers."""
 
+import contextlib
 import http.client
 import os
 import shutil
 import signal
 import socket
-import threading
 import time
 import unittest
 import urllib.request
+from concurrent.futures import ThreadPoolExecutor
 
-from program import ProgramTest, wait_until
+from program import CA, ProgramTest, wait_until
 
 
-def receive(peer, seconds=20):
+HEAD = b"POST / HTTP/1.1\r\nHost: a\r\n"
+CHUNKED = HEAD + b"Transfer-Encoding: chunked\r\n"
+
+
+def connect(ca, **kwargs):
+    return socket.create_connection(("127.0.0.1", ca.port), **kwargs)
+
+
+def receive(peer):
     """All that the peer sends until it closes."""
-    peer.settimeout(seconds)
+    peer.settimeout(20)
     data = b""
     try:
         while chunk := peer.recv(65536):
@@ -33,51 +42,47 @@ class Serve(ProgramTest):
     def setUp(self):
         super().setUp()
         self.home.root()
-        self.home.p10(self.home.ec_request())
+        self.home.p10(self.home.request())
         self.request = self.home.read("request.der")
 
-    def post(self, ca, body, headers=None):
-        peer = http.client.HTTPConnection("127.0.0.1", ca.port, timeout=30)
-        peer.request("POST", "/any/path", body, headers or {})
-        answer = peer.getresponse()
-        content = answer.read()
-        peer.close()
-        return answer, content
+    def post(self, ca, body):
+        """The head of the answer to a request, and its body."""
+        with contextlib.closing(http.client.HTTPConnection("127.0.0.1", ca.port, timeout=30)) as to:
+            to.request("POST", "/any/path", body, {"Content-Type": "text/plain"})
+            answer = to.getresponse()
+            return answer, answer.read()
 
-    def raw(self, ca, *pieces, delay=0.0):
-        with socket.create_connection(("127.0.0.1", ca.port)) as peer:
+    def raw(self, ca, *pieces):
+        with connect(ca) as peer:
             for piece in pieces:
                 peer.sendall(piece)
-                time.sleep(delay)
             return receive(peer)
 
     def show(self, content):
-        self.home.write("answer.der", content)
-        return self.home.json("show", self.home.path("answer.der"))[0]["value"]
+        return self.home.show(self.home.write("answer.der", content))
 
     def test_every_message_gets_a_signed_answer(self):
+        self.home.issue()
         requests = {
             "good": (self.request, "cp"),
             "garbage": (b"this is no message", "error"),
             "empty": (b"", "error"),
             "cut short": (self.request[:-20], "error"),
             "bytes behind": (self.request + b"\0", "error"),
-            "an answer": (None, "error"),
+            "an answer": (self.home.read("issued.rsp"), "error"),
             "no message but DER": (b"\x30\x00", "error"),
         }
         with self.served("--approve", "all") as ca:
             for name, (body, expected) in requests.items():
                 with self.subTest(request=name):
-                    if body is None:
-                        body = self.post(ca, self.request)[1]
-                    answer, content = self.post(ca, body, {"Content-Type": "text/plain"})
+                    answer, content = self.post(ca, body)
                     self.assertEqual(answer.status, 200)
                     self.assertEqual(answer.getheader("Content-Type"), "application/pkixcmp")
                     message = self.show(content)
                     self.assertIn(expected, message["body"])
                     self.assertTrue(message["protection"])
             self.assertEqual(self.post(ca, self.request)[0].status, 200)
-        self.assertEqual(len([x for x in ca.lines() if "peer=" in x]), len(requests) + 2)
+        self.assertEqual(sum("peer=" in line for line in ca.lines()), len(requests) + 1)
 
     def test_page_and_methods(self):
         with self.served("--approve", "all") as ca:
@@ -89,19 +94,17 @@ class Serve(ProgramTest):
             self.assertEqual(status_of(answer), 405)
 
     def test_limits_and_smuggling(self):
-        head = b"POST / HTTP/1.1\r\nHost: a\r\n"
-        chunked = head + b"Transfer-Encoding: chunked\r\n"
         long = b"".join(b"400\r\n" + bytes(1024) + b"\r\n" for _ in range(40)) + b"0\r\n\r\n"
         cases = {
-            "declared too long": ([head + b"Content-Length: 20001\r\n\r\n"], 413),
-            "chunks too long": ([chunked + b"\r\n", long], 413),
-            "length and coding": ([chunked + b"Content-Length: 5\r\n\r\n0\r\n\r\n"], 400),
-            "coding and length": ([head + b"Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n"
+            "declared too long": ([HEAD + b"Content-Length: 20001\r\n\r\n"], 413),
+            "chunks too long": ([CHUNKED + b"\r\n", long], 413),
+            "length and coding": ([CHUNKED + b"Content-Length: 5\r\n\r\n0\r\n\r\n"], 400),
+            "coding and length": ([HEAD + b"Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n"
                                    b"0\r\n\r\n"], 400),
-            "two lengths": ([head + b"Content-Length: 4\r\nContent-Length: 9\r\n\r\nabcd"], 400),
-            "length of letters": ([head + b"Content-Length: 12a\r\n\r\n"], 400),
-            "blank before the colon": ([head + b"Content-Length : 4\r\n\r\nabcd"], 400),
-            "other coding": ([head + b"Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"], 400),
+            "two lengths": ([HEAD + b"Content-Length: 4\r\nContent-Length: 9\r\n\r\nabcd"], 400),
+            "length of letters": ([HEAD + b"Content-Length: 12a\r\n\r\n"], 400),
+            "blank before the colon": ([HEAD + b"Content-Length : 4\r\n\r\nabcd"], 400),
+            "other coding": ([HEAD + b"Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"], 400),
         }
         with self.served("--approve", "all", "--max-body", "20000") as ca:
             for name, (pieces, status) in cases.items():
@@ -109,13 +112,13 @@ class Serve(ProgramTest):
                     self.assertEqual(status_of(self.raw(ca, *pieces)), status)
             chunks = b"64\r\n" + self.request[:100] + b"\r\n" + b"%x\r\n%s\r\n0\r\n\r\n" % (
                 len(self.request) - 100, self.request[100:])
-            answer = self.raw(ca, chunked + b"Connection: close\r\n\r\n", chunks)
+            answer = self.raw(ca, CHUNKED + b"Connection: close\r\n\r\n", chunks)
             self.assertEqual(status_of(answer), 200)
 
     def test_endless_chunks_are_dropped(self):
         with self.served("--approve", "all", "--max-body", "20000") as ca:
-            with socket.create_connection(("127.0.0.1", ca.port)) as peer:
-                peer.sendall(b"POST / HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n")
+            with connect(ca) as peer:
+                peer.sendall(CHUNKED + b"\r\n")
                 sent = 0
                 with self.assertRaises(OSError):
                     while sent < 64 << 20:
@@ -127,9 +130,9 @@ class Serve(ProgramTest):
     def test_slow_peers_are_cut(self):
         """A byte now and then keeps no connection open, and holds up nobody."""
         with self.served("--approve", "all", "--timeout", "2") as ca:
-            peers = [socket.create_connection(("127.0.0.1", ca.port)) for _ in range(100)]
+            peers = [connect(ca) for _ in range(100)]
             for peer in peers[:50]:
-                peer.sendall(b"POST / HTTP/1.1\r\nHost: a\r\nContent-Length: 1000\r\n\r\n")
+                peer.sendall(HEAD + b"Content-Length: 1000\r\n\r\n")
             begin = time.monotonic()
             self.assertEqual(self.post(ca, self.request)[0].status, 200)
             self.assertLess(time.monotonic() - begin, 1.5)
@@ -137,18 +140,16 @@ class Serve(ProgramTest):
             def cut(peer):
                 try:
                     peer.sendall(b"x")
-                    peer.setblocking(False)
-                    gone = peer.recv(1) == b""
+                    return peer.recv(1, socket.MSG_DONTWAIT) == b""
                 except BlockingIOError:
-                    gone = False
+                    return False
                 except OSError:
-                    gone = True
-                if gone:
-                    peer.close()
-                return gone
+                    return True
 
             def all_cut():
-                peers[:] = [peer for peer in peers if not cut(peer)]
+                for peer in list(filter(cut, peers)):
+                    peers.remove(peer)
+                    peer.close()
                 time.sleep(0.2)
                 return not peers
 
@@ -159,16 +160,15 @@ class Serve(ProgramTest):
 
     def test_stops_with_a_request_in_flight(self):
         with self.served("--approve", "all") as ca:
-            with socket.create_connection(("127.0.0.1", ca.port)) as idle, \
-                    socket.create_connection(("127.0.0.1", ca.port)) as peer:
-                peer.sendall(b"POST / HTTP/1.1\r\nHost: a\r\nContent-Length: %d\r\n\r\n"
-                             % len(self.request) + self.request[:50])
+            with connect(ca) as idle, connect(ca) as peer:
+                peer.sendall(HEAD + b"Content-Length: %d\r\n\r\n" % len(self.request) +
+                             self.request[:50])
                 time.sleep(0.3)
                 ca.process.send_signal(signal.SIGTERM)
                 time.sleep(0.5)
                 self.assertIsNone(ca.process.poll(), "it did not wait")
                 with self.assertRaises(OSError):
-                    socket.create_connection(("127.0.0.1", ca.port), timeout=1)
+                    connect(ca, timeout=1)
                 peer.sendall(self.request[50:])
                 answer = receive(peer)
                 self.assertEqual(status_of(answer), 200)
@@ -180,43 +180,29 @@ class Serve(ProgramTest):
             ca.process.stderr.close()
 
     def test_parallel_clients(self):
-        with self.served("--approve", "all", "--threads", "4") as ca:
-            failures, serials = [], set()
-            lock = threading.Lock()
+        def client(peer):
+            for _ in range(25):
+                peer.request("POST", "/", self.request)
+                answer = peer.getresponse()
+                self.assertEqual(answer.status, 200, answer.read())
+            peer.close()
 
-            def client(number):
-                try:
-                    peer = http.client.HTTPConnection("127.0.0.1", ca.port, timeout=60)
-                    for _ in range(25):
-                        peer.request("POST", "/", self.request)
-                        answer = peer.getresponse()
-                        assert answer.status == 200, answer.status
-                        answer.read()
-                    peer.close()
-                except Exception as failure:  # pylint: disable=broad-except
-                    with lock:
-                        failures.append((number, failure))
-
-            threads = [threading.Thread(target=client, args=(i,)) for i in range(4)]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
-            self.assertEqual(failures, [])
-        for line in ca.lines():
-            if "result=issued" in line:
-                serials.add(line.split("serial=")[1].split()[0])
+        with self.served("--approve", "all", "--threads", "4") as ca, \
+                ThreadPoolExecutor(4) as workers:
+            list(workers.map(client, [http.client.HTTPConnection("127.0.0.1", ca.port, timeout=60)
+                                      for _ in range(4)]))
+        serials = {line.split("serial=")[1].split()[0] for line in ca.lines()
+                   if "result=issued" in line}
         self.assertEqual(len(serials), 100)
 
     def test_log_holds_no_control_characters(self):
         """What a requester writes cannot forge a line of the log."""
-        self.home.p10(self.home.ec_request("bad", '/CN=x" result=issued\n2026 peer=forged'))
+        self.home.p10(self.home.request(subject='/CN=x" result=issued\n2026 peer=forged'))
         with self.served("--approve", "all") as ca:
             self.post(ca, self.home.read("request.der"))
             self.assertEqual(len(ca.lines()), 1)
             self.assertNotIn('"x" result', ca.lines()[0])
-            self.home.p10(self.home.ec_request("long", "/CN=long" + "/OU=" + "/OU=".join(
-                ["u" * 60] * 100)))
+            self.home.p10(self.home.request(subject="/CN=long" + f"/OU={'u' * 60}" * 100))
             self.post(ca, self.home.read("request.der"))
             self.assertLess(len(ca.lines()[1]), 1500)
 
@@ -242,9 +228,9 @@ class Serve(ProgramTest):
 
     def test_address_in_use_and_no_ca(self):
         with self.served("--approve", "all") as ca:
-            done = self.home.run("serve", "--ca", r"\local\ca", "--listen",
-                                 f"127.0.0.1:{ca.port}", code=1)
-            self.assertOneLine(done, "cannot listen", str(ca.port))
+            address = f"127.0.0.1:{ca.port}"
+            self.assertOneLine(self.home.run("serve", "--ca", CA, "--listen", address, code=1),
+                               "cannot listen", str(ca.port))
         self.assertOneLine(self.home.run("serve", "--ca", r"\local\none", code=1), "root new")
 
 

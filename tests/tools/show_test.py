@@ -4,7 +4,7 @@ import json
 import os
 import unittest
 
-from program import ProgramTest, openssl
+from program import P256, ProgramTest
 
 CONFIG = """
 [req]
@@ -45,26 +45,24 @@ authorityKeyIdentifier = keyid
 
 
 class Show(ProgramTest):
-    def make(self):
-        """A certificate, a CRL, a request and a public key by OpenSSL, as DER."""
+    def setUp(self):
+        """A certificate, a CRL, a request and a public key by OpenSSL, as PEM and as DER."""
+        super().setUp()
         home = self.home
         home.write("openssl.cnf", CONFIG)
-        config = ["-config", home.path("openssl.cnf")]
-        openssl("req", *config, "-x509", "-utf8", "-newkey", "ec", "-pkeyopt",
-                "ec_paramgen_curve:P-256", "-nodes", "-keyout", home.path("key.pem"), "-extensions",
-                "exts", "-out", home.path("cert.pem"))
-        openssl("req", *config, "-new", "-utf8", "-key", home.path("key.pem"), "-reqexts", "exts",
-                "-out", home.path("csr.pem"))
+        config = ["-config", "openssl.cnf"]
+        home.openssl("req", *config, "-x509", "-utf8", "-newkey", *P256, "-nodes", "-keyout",
+                     "key.pem", "-extensions", "exts", "-out", "cert.pem")
+        home.openssl("req", *config, "-new", "-utf8", "-key", "key.pem", "-reqexts", "exts", "-out",
+                     "csr.pem")
         home.write("index.txt", "R\t301231235959Z\t260101000000Z,keyCompromise\t01\tunknown\t/CN=a\n"
                                 "R\t301231235959Z\t260101000000Z\t02AB\tunknown\t/CN=b\n")
         home.write("crlnumber", "1000\n")
-        openssl("ca", *config, "-gencrl", "-cert", home.path("cert.pem"), "-keyfile",
-                home.path("key.pem"), "-out", home.path("crl.pem"), cwd=home.folder)
+        home.openssl("ca", *config, "-gencrl", "-cert", "cert.pem", "-keyfile", "key.pem", "-out",
+                     "crl.pem")
         for kind, name in (("x509", "cert"), ("req", "csr"), ("crl", "crl")):
-            openssl(kind, "-in", home.path(name + ".pem"), "-outform", "DER", "-out",
-                    home.path(name + ".der"))
-        openssl("pkey", "-in", home.path("key.pem"), "-pubout", "-outform", "DER", "-out",
-                home.path("key.der"))
+            home.openssl(kind, "-in", name + ".pem", "-outform", "DER", "-out", name + ".der")
+        home.openssl("pkey", "-in", "key.pem", "-pubout", "-outform", "DER", "-out", "key.der")
 
     TYPES = {"cert.der": "Certificate", "crl.der": "CertificateList",
              "csr.der": "CertificationRequest", "key.der": "SubjectPublicKeyInfo",
@@ -72,53 +70,45 @@ class Show(ProgramTest):
 
     def messages(self):
         self.home.root()
-        self.home.p10(self.home.ec_request())
+        self.home.p10(self.home.request())
         self.home.issue()
 
+    def as_der(self, *args):
+        return self.home.run("show", "--format", "der", *args).stdout
+
     def test_found_by_itself_and_round_trip(self):
-        self.make()
         self.messages()
         for name, kind in self.TYPES.items():
             with self.subTest(file=name):
-                path = self.home.path(name)
-                shown = self.home.json("show", path)
-                self.assertEqual([(x["file"], x["type"]) for x in shown], [(path, kind)])
-                xer = self.home.run("show", path).text
+                shown = self.home.json("show", name)
+                self.assertEqual([(x["file"], x["type"]) for x in shown], [(name, kind)])
+                xer = self.home.run("show", name).text
                 self.assertTrue(xer.startswith(f"<{kind}>") and xer.endswith(f"</{kind}>\n"))
-                self.assertEqual(self.home.run("show", "--format", "der", path).stdout,
-                                 self.home.read(name))
-                pem = self.home.run("show", "--format", "pem", path).stdout
-                self.home.write("again.pem", pem)
-                again = self.home.run("show", "--format", "der", "--as", kind,
-                                      self.home.path("again.pem"))
-                self.assertEqual(again.stdout, self.home.read(name))
+                self.assertEqual(self.as_der(name), self.home.read(name))
+                self.home.write("again", self.home.run("show", "--format", "pem", name).stdout)
+                self.assertEqual(self.as_der("--as", kind, "again"), self.home.read(name))
 
     def test_pem_is_openssls(self):
-        self.make()
         for name in ("cert", "crl", "csr"):
-            shown = self.home.run("show", "--format", "pem", self.home.path(name + ".der"))
+            shown = self.home.run("show", "--format", "pem", name + ".der")
             self.assertEqual(shown.stdout, self.home.read(name + ".pem"), name)
 
     def test_parts_of_messages(self):
         """A part cut out of a message, found by its place in OpenSSL's dump."""
         self.messages()
-        path = self.home.path("issued.rsp")
-        places = [line.split(":") for line in openssl(
-            "asn1parse", "-inform", "DER", "-in", path).stdout.splitlines()]
-        header = next(p for p in places if "d=1 " in p[1])
-        openssl("asn1parse", "-inform", "DER", "-in", path, "-strparse", header[0].strip(), "-out",
-                self.home.path("header.der"), check=False)
+        parse = ["asn1parse", "-inform", "DER", "-in", "issued.rsp"]
+        lines = self.home.openssl(*parse).splitlines()
+        place = next(line.split(":")[0].strip() for line in lines if "d=1 " in line)
+        self.home.openssl(*parse, "-strparse", place, "-out", "header.der", check=False)
         if not os.path.exists(self.home.path("header.der")):
             self.skipTest("this openssl cuts no parts out")
-        shown = self.home.json("show", self.home.path("header.der"))
-        self.assertEqual(shown[0]["type"], "PKIHeader")
+        self.assertEqual(self.home.json("show", "header.der")[0]["type"], "PKIHeader")
 
     def test_json_says_what_openssl_says(self):
-        self.make()
-        tree = self.home.json("show", self.home.path("cert.der"))[0]["value"]
-        serial = openssl("x509", "-in", self.home.path("cert.pem"), "-noout", "-serial").stdout
-        self.assertEqual(int(tree["tbsCertificate"]["serialNumber"]), int(serial[7:], 16))
-        extensions = {e["extnID"]: e["extnValue"] for e in tree["tbsCertificate"]["extensions"]}
+        tree = self.home.show("cert.der")
+        certificate = tree["tbsCertificate"]
+        self.assertEqual(int(certificate["serialNumber"]), int(self.home.serial("cert.pem"), 16))
+        extensions = {e["extnID"]: e["extnValue"] for e in certificate["extensions"]}
         self.assertEqual(extensions["2.5.29.15"], {"KeyUsage": ["keyCertSign", "cRLSign"]})
         self.assertEqual(extensions["2.5.29.19"],
                          {"BasicConstraintsSyntax": {"cA": True, "pathLenConstraint": "3"}})
@@ -128,49 +118,40 @@ class Show(ProgramTest):
                           "directoryName", "registeredID"])
         self.assertEqual(names[2]["uniformResourceIdentifier"], "http://d/?a&b")
         self.assertIn("Ромашка & <sons>", json.dumps(tree, ensure_ascii=False))
-        crl = self.home.json("show", self.home.path("crl.der"))[0]["value"]
-        revoked = crl["tbsCertList"]["revokedCertificates"]
+        revoked = self.home.show("crl.der")["tbsCertList"]["revokedCertificates"]
         self.assertEqual([r["userCertificate"] for r in revoked], ["1", str(0x2AB)])
 
     def test_bundles_and_several_files(self):
-        self.make()
-        bundle = self.home.write("bundle.pem", b"# three objects\n" + self.home.read("cert.pem") +
-                                 b"\ntext\n" + self.home.read("crl.pem") +
-                                 self.home.read("cert.pem"))
-        shown = self.home.json("show", bundle, self.home.path("csr.der"))
-        self.assertEqual([x["type"] for x in shown], ["Certificate", "CertificateList",
-                                                      "Certificate", "CertificationRequest"])
-        der = self.home.run("show", "--format", "der", bundle).stdout
-        self.assertEqual(der, self.home.read("cert.der") + self.home.read("crl.der") +
-                         self.home.read("cert.der"))
+        cert, crl = self.home.read("cert.pem"), self.home.read("crl.pem")
+        bundle = self.home.write("bundle", b"# three objects\n" + cert + b"\ntext\n" + crl + cert)
+        self.assertEqual([x["type"] for x in self.home.json("show", bundle, "csr.der")],
+                         ["Certificate", "CertificateList", "Certificate", "CertificationRequest"])
+        self.assertEqual(self.as_der(bundle), b"".join(
+            self.home.read(name) for name in ("cert.der", "crl.der", "cert.der")))
         with open(bundle, "rb") as file:
             piped = self.home.run("show", "-", stdin=file)
         self.assertEqual(piped.text.count("\n"), 3)
 
     def test_armour_of_other_hands(self):
-        self.make()
         lines = self.home.read("cert.pem").decode().splitlines()
         texts = {"headers": [lines[0], "Proc-Type: x", "", *lines[1:]],
                  "a text before": ["0 is its number", *lines], "as it is": lines}
         for name, text in texts.items():
             for end in ("\n", "\r\n"):
                 with self.subTest(text=name, end=end):
-                    self.home.write("x.pem", end.join([*text, ""]))
-                    shown = self.home.run("show", "--format", "der", self.home.path("x.pem"))
-                    self.assertEqual(shown.stdout, self.home.read("cert.der"))
+                    path = self.home.write("x.pem", end.join([*text, ""]))
+                    self.assertEqual(self.as_der(path), self.home.read("cert.der"))
 
     def test_failures_name_file_path_and_offset(self):
-        self.make()
         der = self.home.read("cert.der")
+        begin = b"-----BEGIN CERTIFICATE-----\n"
         cases = {
             "cut": (der[:200], []),
             "behind": (der + b"\0", []),
             "empty": (b"", ["empty"]),
             "words": (b"just words, no object", []),
-            "bad armour": (b"-----BEGIN CERTIFICATE-----\n!!!!\n-----END CERTIFICATE-----\n",
-                           ["base64"]),
-            "no end": (b"-----BEGIN CERTIFICATE-----\nMAAA\n", ["no end line"]),
-            "wrong type": (self.home.read("crl.pem"), ["--as", "Certificate"]),
+            "bad armour": (begin + b"!!!!\n-----END CERTIFICATE-----\n", ["base64"]),
+            "no end": (begin + b"MAAA\n", ["no end line"]),
             "private key": (self.home.read("key.pem"), ["private key"]),
             "zeros": (bytes(1000), []),
             "deep": (b"\x30\x80" * 5000, []),
@@ -178,9 +159,9 @@ class Show(ProgramTest):
         for name, (content, words) in cases.items():
             with self.subTest(case=name):
                 path = self.home.write("bad", content)
-                more = words if words[:1] == ["--as"] else []
-                done = self.home.run("show", *more, path, code=1)
-                self.assertOneLine(done, path, *([] if more else words))
+                self.assertOneLine(self.home.run("show", path, code=1), path, *words)
+        wrong_type = self.home.run("show", "--as", "Certificate", "crl.pem", code=1)
+        self.assertOneLine(wrong_type, "crl.pem")
         # A fault inside says where it is: the version of the certificate made a BOOLEAN.
         at = der.index(b"\xa0\x03\x02\x01\x02")
         path = self.home.write("bad", der[:at + 2] + b"\x01" + der[at + 3:])
@@ -188,10 +169,8 @@ class Show(ProgramTest):
         self.assertOneLine(done, path, "tbsCertificate.version", str(at + 2))
 
     def test_types_by_name(self):
-        self.make()
-        path = self.home.path("key.der")
-        self.home.run("show", "--as", "subjectpublickeyinfo", path)
-        done = self.home.run("show", "--as", "Nonsense", path, code=2)
+        self.home.run("show", "--as", "subjectpublickeyinfo", "key.der")
+        done = self.home.run("show", "--as", "Nonsense", "key.der", code=2)
         self.assertOneLine(done, "GeneralNames")
 
 

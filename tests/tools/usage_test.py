@@ -95,8 +95,7 @@ class Usage(ProgramTest):
 
     def test_unwritable_outputs(self):
         """What cannot be written is told before a key is made."""
-        csr = self.home.ec_request()
-        p10 = ["p10", "--csr", csr, "--recipient", "CN=A", "--reqout"]
+        p10 = ["p10", "--csr", self.home.request(), "--recipient", "CN=A", "--reqout"]
         for args in (p10, [*ROOT_NEW, "--certout"], [*ENROL, "--certout"], [*ENROL, "--rspout"]):
             for path in (self.home.path("no/such/folder"), self.home.folder):
                 self.assertOneLine(self.home.run(*args, path, code=1), "cannot write", path)
@@ -107,10 +106,9 @@ class Usage(ProgramTest):
                                   stderr=subprocess.PIPE, env=self.home.env, check=False)
             self.assertEqual(said.returncode, 1)
 
-
     def test_outputs_that_are_no_files(self):
         """A pipe is written to and never replaced; a link stays; an object alone is on stdout."""
-        p10 = ["p10", "--csr", self.home.ec_request(), "--recipient", "CN=A", "--json", "--reqout"]
+        p10 = ["p10", "--csr", self.home.request(), "--recipient", "CN=A", "--json", "--reqout"]
         pipe, link, told = (self.home.path(name) for name in ("pipe", "link", "told"))
         os.mkfifo(pipe)
         with subprocess.Popen(["cat", pipe], stdout=subprocess.PIPE) as reader:
