@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <set>
@@ -22,6 +21,7 @@
 #include "tests/PublicTool.h"
 #include "tests/TempHome.h"
 #include "tests/capilite/Failure.h"
+#include "tests/capilite/Hex.h"
 
 // A CA and clients with keys that need no person, and public tools to judge what they make.
 
@@ -36,6 +36,34 @@ struct Decoded {
     T* operator->() { return &value; }
     ASN1CTXT* ctxt() { return buffer.getCtxtPtr(); }
 };
+
+inline CACMPT_BLOB readFile(const std::string& path) {
+    CACMPT_BLOB content;
+    content.readFromFile(path.c_str());
+    return content;
+}
+
+/// A certificate as its record shows it.
+struct Shown : CertificateInfo {
+    explicit Shown(const CACMPT_BLOB& certificate) { PKIXCMP_Base::Cert_Decode(certificate, this); }
+};
+/// What a server makes of a message, ready to be issued.
+struct Prepared : CertificateInfo {
+    Prepared(PKIXCMP_Server& ca, const CACMPT_BLOB& message) {
+        ca.CertReqMessage_PreProcess(message, this);
+    }
+};
+inline CACMPT_BLOB replyTo(PKIXCMP_Server& ca, CertificateInfo& record) {
+    CACMPT_BLOB reply;
+    ca.CertReqMessage_Process(&record, reply);
+    return reply;
+}
+/// The head of a message as its record shows it.
+inline PKIXCMP_Message headOf(ASN1T_PKIMessage& message) {
+    PKIXCMP_Message head;
+    ASN1CMPMessage_Parse(message, head);
+    return head;
+}
 
 /// A message changed by hand, as a peer could have made it.
 inline CACMPT_BLOB edited(const CACMPT_BLOB& message,
@@ -118,17 +146,14 @@ protected:
         return info.RawCertificate;
     }
     static CACMPT_BLOB issue(PKIXCMP_Server& ca, const CACMPT_BLOB& message) {
-        CertificateInfo info;
-        ca.CertReqMessage_PreProcess(message, &info);
-        CACMPT_BLOB reply;
-        ca.CertReqMessage_Process(&info, reply);
-        return certificateOf(reply);
+        Prepared record(ca, message);
+        return certificateOf(replyTo(ca, record));
     }
 
-    /// Certificates in a store of the user.
-    static std::list<CACMPT_BLOB> stored(const wchar_t* store) {
+    /// Certificates in a store of the user, or of the machine.
+    static std::list<CACMPT_BLOB> stored(const wchar_t* store, bool system = false) {
         std::list<CACMPT_BLOB> found;
-        PKIXCMP_Base::CertStore_Find(found, store, nullptr, "", false);
+        PKIXCMP_Base::CertStore_Find(found, store, nullptr, "", system);
         return found;
     }
 
@@ -139,6 +164,15 @@ protected:
     }
     static std::string openssl(const std::string& arguments) {
         return runTool("openssl " + arguments, "");
+    }
+    /// A certificate with every extension that openssl writes and the library knows, and one that
+    /// it does not.
+    CACMPT_BLOB withAllExtensions(const std::string& options) {
+        const std::string path = home.path() / "all.cer";
+        openssl("req -x509 -nodes -config " PKIXCMP_TEST_DATA
+                "/messages/extensions.cnf -extensions x -keyout " +
+                path + ".key -outform DER -out " + path + " -newkey " + options);
+        return readFile(path);
     }
     std::string print(const CACMPT_BLOB& certificate) {
         return openssl("x509 -inform DER -noout -text -in " + file("print.cer", certificate));

@@ -1,7 +1,4 @@
-#include <gmock/gmock.h>
-
-#include "pkixcmp/Server.h"
-#include "tests/TempHome.h"
+#include "tests/pkixcmp/Enrolment.h"
 #include "tests/pkixcmp/ScriptedWndProv.h"
 
 namespace {

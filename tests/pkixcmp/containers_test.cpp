@@ -1,11 +1,4 @@
-#include <gmock/gmock.h>
-
-#include <fstream>
-#include <iterator>
-#include <memory>
-
-#include "pkixcmp/Client.h"
-#include "tests/TempHome.h"
+#include "tests/pkixcmp/Enrolment.h"
 #include "tests/pkixcmp/ScriptedWndProv.h"
 
 namespace {
@@ -140,26 +133,24 @@ TEST_F(ContainersTest, TriesAreCountedAcrossProcesses) {
     EXPECT_FALSE(opensWith(name, "s3cretPn"));
     for (const auto& entry : std::filesystem::recursive_directory_iterator(home.path())) {
         if (entry.is_directory()) continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        const std::string content(std::istreambuf_iterator<char>(in), {});
-        EXPECT_EQ(content.find("s3cretPn"), std::string::npos) << entry.path();
+        const CACMPT_BLOB content = readFile(entry.path());
+        EXPECT_EQ(content.view().find("s3cretPn"), std::string::npos) << entry.path();
     }
 }
 
 TEST_F(ContainersTest, CreationAsksForAMediumAndAPin) {
     enum Pin { change, force, keep };
-    using Answers = ScriptedWndProv::Answers;
+    const char* const askedAgain = "insert f 0; insert f 80100009; insert f 80100009; ";
     const struct {
         const char* name;
         Pin pin;
-        Answers newPins;
+        ScriptedWndProv::Answers newPins;
         const char* log;
         std::uint32_t error = 0;
-        const char* reader = "DISK";
-        DWORD type = PROV_ECDSA_P256;
-        Answers media = {};
         short part = 0;
         short parts = 0;
+        const char* reader = "DISK";
+        DWORD type = PROV_ECDSA_P256;
     } cases[] = {
         {"a", change, {"12345678"}, "insert a 0; new pin a; "},
         {"a", change, {"x"}, "insert a 0; ", NTE_EXISTS},
@@ -167,32 +158,16 @@ TEST_F(ContainersTest, CreationAsksForAMediumAndAPin) {
         {"c", force, {"forced"}, "insert c 0; new pin c; "},
         {"d", force, {}, "insert d 0; new pin d; ", cancelledByUser},
         {"e", keep, {}, "insert e 0; "},
-        {"f",
-         change,
-         {},
-         "insert f 0; insert f 80100009; insert f 80100009; ",
-         cancelledByUser,
-         "NOWHERE",
-         PROV_ECDSA_P256,
-         {"yes", "yes", std::nullopt}},
-        {"g", change, {}, "insert g 0; ", 0, "NOWHERE", PROV_RSA},
-        {"h",
-         change,
-         {"p"},
-         "insert h.2 2/5 0; new pin h.2 2/5; ",
-         0,
-         "DISK",
-         PROV_ECDSA_P256,
-         {},
-         2,
-         5},
-        {"i", change, {"p"}, "insert i 3/0 0; new pin i 3/0; ", 0, "DISK", PROV_ECDSA_P256, {}, 3},
+        {"f", change, {}, askedAgain, cancelledByUser, 0, 0, "NOWHERE"},
+        {"g", change, {}, "insert g 0; ", 0, 0, 0, "NOWHERE", PROV_RSA},
+        {"h", change, {"p"}, "insert h.2 2/5 0; new pin h.2 2/5; ", 0, 2, 5},
+        {"i", change, {"p"}, "insert i 3/0 0; new pin i 3/0; ", 0, 3},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.log);
         wnd.log.clear();
         wnd.newPins = c.newPins;
-        wnd.media = c.media;
+        wnd.media = {"yes", "yes", std::nullopt};
         wnd.forcePin = c.pin == force;
         wnd.keepPin = c.pin == keep;
         unsigned long long provider = 0;

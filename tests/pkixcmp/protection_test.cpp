@@ -80,22 +80,19 @@ TEST_F(Protection, RequestsVerifyForUsAndForAPublicTool) {
 }
 
 TEST_F(Protection, PublicToolsRequestsVerify) {
-    const struct {
-        const char* options;
-        bool good;
-    } cases[] = {{"ec -pkeyopt ec_paramgen_curve:P-256 -sha256", true},
-                 {"ec -pkeyopt ec_paramgen_curve:P-256 -sha512", true},
-                 {"ec -pkeyopt ec_paramgen_curve:P-384 -sha384", true},
-                 {"rsa:2048 -sha1", true},
-                 {"rsa:2048 -sha256 -sigopt rsa_padding_mode:pss", false},
-                 {"ed25519", false}};
-    for (const auto& c : cases) {
+    const std::pair<const char*, bool> cases[] = {
+        {"ec -pkeyopt ec_paramgen_curve:P-256 -sha256", true},
+        {"ec -pkeyopt ec_paramgen_curve:P-256 -sha512", true},
+        {"ec -pkeyopt ec_paramgen_curve:P-384 -sha384", true},
+        {"rsa:2048 -sha1", true},
+        {"rsa:2048 -sha256 -sigopt rsa_padding_mode:pss", false},
+        {"ed25519", false}};
+    for (const auto& [options, good] : cases) {
         const std::string path = std::string(home.path()) + "/peer.csr";
-        openssl("req -new -nodes -subj /CN=Peer -outform DER -newkey " + std::string(c.options) +
+        openssl("req -new -nodes -subj /CN=Peer -outform DER -newkey " + std::string(options) +
                 " -keyout " + path + ".key -out " + path);
-        CACMPT_BLOB der;
-        der.readFromFile(path.c_str());
-        EXPECT_EQ(verified(Decoded<ASN1T_CertificationRequest>(der).value), c.good) << c.options;
+        Decoded<ASN1T_CertificationRequest> request(readFile(path));
+        EXPECT_EQ(verified(request.value), good) << options;
     }
 }
 
@@ -155,7 +152,7 @@ TEST(SignatureBytes, AreReversedForTheProvider) {
         });
         const bool fits = *c.result != 'x';
         EXPECT_EQ(said, fits ? "none" : "Asn1DecodeException signature too long");
-        EXPECT_EQ(fits ? out.writeToHexString() : "x", c.result);
+        EXPECT_EQ(fits ? hexOf(out) : "x", c.result);
     }
 }
 

@@ -12,23 +12,6 @@ std::string bytes(const CACMPT_BLOB& blob) { return std::string(blob.view()); }
 
 CACMPT_BLOB blob(std::string_view text) { return CACMPT_BLOB(text.data(), text.size()); }
 
-TEST(Records, StartEmpty) {
-    auto request = std::make_unique<RequestInfo>();
-    auto certificate = std::make_unique<CertificateInfo>();
-    for (PKIXCMP_Message* head :
-         std::initializer_list<PKIXCMP_Message*>{request.get(), certificate.get()}) {
-        EXPECT_EQ(head->SenderGeneralName[0], L'\0');
-        EXPECT_EQ(head->RecipientGeneralName[0], L'\0');
-        EXPECT_EQ(head->SubmittedWhen, CACMPT_Date(0, 0));
-    }
-    EXPECT_EQ(request->RequestID, 0);
-    EXPECT_EQ(bytes(request->NewSubject), emptyName);
-    EXPECT_STREQ(request->SerialNumber, "");
-    EXPECT_EQ(certificate->RequestID, -1);
-    EXPECT_EQ(bytes(certificate->Issuer), emptyName);
-    EXPECT_EQ(certificate->Template, nullptr);
-}
-
 void fillHead(PKIXCMP_Message& head) {
     std::wcscpy(head.SenderGeneralName, L"dn:CN=a");
     std::wcscpy(head.RecipientGeneralName, L"dn:CN=b");
@@ -122,17 +105,14 @@ TEST(Records, InsertKeepsIdentifiersUnique) {
 }
 
 TEST(Records, BitNamesReadBack) {
-    const struct {
-        std::uint32_t bits;
-        const char* text;
-    } failures[] = {{0, ""},
-                    {FailureInfo::badAlg, "badAlg"},
-                    {FailureInfo::systemFailure | FailureInfo::badPOP, "badPOP|systemFailure"},
-                    {0x400 | FailureInfo::timeNotAvailable, "timeNotAvailable|0x400"}};
-    for (const auto& c : failures) {
-        EXPECT_EQ(FailureInfo(c.bits).toString(), c.text);
-        FailureInfo read;
-        EXPECT_EQ(read.fromString(c.text), c.bits) << c.text;
+    const std::pair<std::uint32_t, const char*> failures[] = {
+        {0, ""},
+        {FailureInfo::badAlg, "badAlg"},
+        {FailureInfo::systemFailure | FailureInfo::badPOP, "badPOP|systemFailure"},
+        {0x400 | FailureInfo::timeNotAvailable, "timeNotAvailable|0x400"}};
+    for (const auto& [bits, text] : failures) {
+        EXPECT_EQ(FailureInfo(bits).toString(), text);
+        EXPECT_EQ(FailureInfo().fromString(text), bits) << text;
     }
     ReasonFlags reasons;
     EXPECT_EQ(reasons.fromString(nullptr), 0u);
@@ -141,12 +121,12 @@ TEST(Records, BitNamesReadBack) {
 }
 
 TEST(Records, EventTypesByNameOrNumber) {
-    const struct {
-        const char* text;
-        unsigned int type;
-    } cases[] = {{"Unspecified", 0}, {"StopSession", 13}, {"StartSessionNewPin", 14}, {"0x20", 32},
-                 {"010", 8},         {"77", 77},          {"stopsession", 0},         {"", 0}};
-    for (const auto& c : cases) EXPECT_EQ(GeneralEventType_fromString(c.text), c.type) << c.text;
+    const std::pair<const char*, unsigned int> cases[] = {
+        {"Unspecified", 0}, {"StopSession", 13}, {"StartSessionNewPin", 14}, {"0x20", 32},
+        {"010", 8},         {"77", 77},          {"stopsession", 0},         {"", 0}};
+    for (const auto& [text, type] : cases) {
+        EXPECT_EQ(GeneralEventType_fromString(text), type) << text;
+    }
 }
 
 }  // namespace

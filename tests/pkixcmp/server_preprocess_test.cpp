@@ -58,22 +58,18 @@ protected:
 
 TEST_F(ServerPreProcessTest, TheComputedKeyIdentifierIsForcedOrGivesWay) {
     auto ca = makeCa(caPath, nullptr, CACMPT_Period::OneYear * 2);
-    struct {
-        int kind;
-        bool forced;
-    } cases[] = {{ASN1T_PKIBody::T_ir, true},
-                 {ASN1T_PKIBody::T_kur, true},
-                 {ASN1T_PKIBody::T_ccr, false},
-                 {ASN1T_PKIBody::T_p10cr, false}};
+    const std::pair<int, bool> cases[] = {{ASN1T_PKIBody::T_ir, true},
+                                          {ASN1T_PKIBody::T_kur, true},
+                                          {ASN1T_PKIBody::T_ccr, false},
+                                          {ASN1T_PKIBody::T_p10cr, false}};
     std::string computed;
-    for (const auto& c : cases) {
-        CertificateInfo plain, asked;
-        ca->CertReqMessage_PreProcess(message(c.kind, {}), &plain);
-        if (computed.empty()) computed = plain.SubjectKeyIdentifier.writeToHexString();
+    for (const auto& [kind, forced] : cases) {
+        const Prepared plain(*ca, message(kind, {}));
+        const Prepared asked(*ca, message(kind, {keyId("0A0B")}));
+        if (computed.empty()) computed = hexOf(plain.SubjectKeyIdentifier);
         EXPECT_EQ(computed.size(), 40u);
-        EXPECT_EQ(plain.SubjectKeyIdentifier.writeToHexString(), computed);
-        ca->CertReqMessage_PreProcess(message(c.kind, {keyId("0A0B")}), &asked);
-        EXPECT_EQ(asked.SubjectKeyIdentifier.writeToHexString(), c.forced ? computed : "0A0B");
+        EXPECT_EQ(hexOf(plain.SubjectKeyIdentifier), computed);
+        EXPECT_EQ(hexOf(asked.SubjectKeyIdentifier), forced ? computed : "0A0B");
         EXPECT_STREQ(asked.SerialNumber, "0");
         EXPECT_EQ(asked.Subject.tostring(3), L"CN=Alice, O=Trial");
         EXPECT_EQ(asked.Issuer.tostring(3), L"CN=Trial Root, O=Trial");
@@ -97,12 +93,9 @@ TEST_F(ServerPreProcessTest, OfATemplateOnlySubjectKeyAndExtensionsCount) {
         t.validity.notAfter.u.text = ASN1TString(std::string_view("490101000000Z"));
         t.issuerUID = t.subjectUID = ASN1TDynBitStr(8, t.publicKey.subjectPublicKey.data);
     });
-    CACMPT_BLOB reply;
-    CertificateInfo record;
-    ca->CertReqMessage_PreProcess(greedy, &record);
+    Prepared record(*ca, greedy);
     EXPECT_EQ(record.NotAfter - record.NotBefore, CACMPT_Period::OneYear);
-    ca->CertReqMessage_Process(&record, reply);
-    Decoded<ASN1T_Certificate> issued(certificateOf(reply)), root(ca->Certificate);
+    Decoded<ASN1T_Certificate> issued(certificateOf(replyTo(*ca, record))), root(ca->Certificate);
     const ASN1T_TBSCertificate& tbs = issued->tbsCertificate;
     EXPECT_EQ(tbs.version, ASN1T_TBSCertificate::v3);
     EXPECT_TRUE(std::string(tbs.serialNumber).ends_with("000000000001"));
@@ -129,15 +122,10 @@ TEST_F(ServerPreProcessTest, TheCasCertificateSpeaksWhereItHasSomethingToSay) {
 
     const CACMPT_BLOB request = message(
         ASN1T_PKIBody::T_ir, {keyId("0C", true), extension(ian, sanXml("IssuerAltName", "mine"))});
-    CertificateInfo fromPlain, fromRich, fromOther, fromBare;
-    plain->CertReqMessage_PreProcess(request, &fromPlain);
-    rich->CertReqMessage_PreProcess(request, &fromRich);
-    other->CertReqMessage_PreProcess(request, &fromOther);
-    bare->CertReqMessage_PreProcess(request, &fromBare);
-    CertificateInfo root;
-    PKIXCMP_Base::Cert_Decode(plain->Certificate, &root);
-    EXPECT_EQ(fromPlain.AuthorityKeyIdentifier, root.SubjectKeyIdentifier);
-    EXPECT_EQ(fromBare.AuthorityKeyIdentifier.writeToHexString(), "0C");
+    const Prepared fromPlain(*plain, request), fromRich(*rich, request), fromOther(*other, request),
+        fromBare(*bare, request);
+    EXPECT_EQ(fromPlain.AuthorityKeyIdentifier, Shown(plain->Certificate).SubjectKeyIdentifier);
+    EXPECT_EQ(hexOf(fromBare.AuthorityKeyIdentifier), "0C");
     EXPECT_THAT(xmlOf(fromPlain, ian), HasSubstr("mine"));
     EXPECT_THAT(xmlOf(fromRich, ian), HasSubstr("ca.example"));
     EXPECT_EQ(find(fromPlain, aia), nullptr);
@@ -176,17 +164,14 @@ TEST_F(ServerPreProcessTest, OfAPkcs10RequestTheFirstAttributeWithAValueCounts) 
                   "second"},
                  {withAttributes([](A a, ASN1CTXT*) { a.clear(); }), nullptr}};
     for (const auto& c : cases) {
-        CertificateInfo record;
-        ca->CertReqMessage_PreProcess(c.request, &record);
+        const Prepared record(*ca, c.request);
         EXPECT_EQ(find(record, "2.5.29.17") != nullptr, c.san != nullptr);
         EXPECT_THAT(xmlOf(record, "2.5.29.17"), HasSubstr(c.san ? c.san : ""));
     }
     const CACMPT_BLOB broken = withAttributes([](A a, ASN1CTXT*) {
         a.front().values.front() = ASN1OpenType(2, reinterpret_cast<const std::uint8_t*>("\5"));
     });
-    CertificateInfo record;
-    EXPECT_THAT(failure([&] { ca->CertReqMessage_PreProcess(broken, &record); }),
-                HasSubstr("Asn1Exception "));
+    EXPECT_ASN1_FAILURE(Prepared(*ca, broken));
 }
 
 TEST_F(ServerPreProcessTest, NothingOutlivesTheCa) {
@@ -214,10 +199,9 @@ TEST_F(ServerPreProcessTest, TheDistributionPointComesFromTheConfiguration) {
     pathless.init(ca->Certificate, &wnd);
     for (const char* url : {"", "http://crl.example/1.crl"}) {
         Ini(caPath).insert("cdp", url);
-        CertificateInfo open, inner, without;
-        ca->CertReqMessage_PreProcess(ir, &open);
+        Prepared open(*ca, ir), without(pathless, ir);
+        CertificateInfo inner;
         ca->CertReqMessage_PreProcess(ir, &inner, 0);
-        pathless.CertReqMessage_PreProcess(ir, &without);
         EXPECT_EQ(find(open, "2.5.29.31") != nullptr, *url != 0);
         EXPECT_THAT(xmlOf(open, "2.5.29.31"), HasSubstr(url));
         EXPECT_EQ(find(inner, "2.5.29.31"), nullptr);
@@ -233,11 +217,9 @@ TEST_F(ServerPreProcessTest, AnExistingCertificateIsCertifiedAcross) {
     CertificateInfo record;
     ca->CertReqCert_PreProcess(other->Certificate, &record);
     EXPECT_EQ(find(record, "2.5.29.19"), nullptr);
-    CertificateInfo original;
-    PKIXCMP_Base::Cert_Decode(other->Certificate, &original);
+    const Shown original(other->Certificate);
     EXPECT_EQ(record.SubjectKeyIdentifier, original.SubjectKeyIdentifier);
-    CACMPT_BLOB reply;
-    ca->CertReqMessage_Process(&record, reply);
+    const CACMPT_BLOB reply = replyTo(*ca, record);
     Decoded<ASN1T_PKIMessage> message(reply);
     EXPECT_EQ(message->body.t, ASN1T_PKIBody::T_ccp);
     EXPECT_EQ(asn1EncodeRecord(*message->header.recipient.u.directoryName),
