@@ -1,3 +1,6 @@
+#include <fstream>
+#include <iterator>
+
 #include "capilite/BigInt.h"
 #include "tests/pkixcmp/Enrolment.h"
 
@@ -170,12 +173,20 @@ TEST_F(ServerIssueTest, ALockedKeySignsNothingUntilItsPinIsGiven) {
 }
 
 TEST_F(ServerIssueTest, ProcessesThatIssueAtOnceShareOneCounter) {
+    const std::string log = home.path() / "counters";
     const auto issueMany = [&](int) {
         PKIXCMP_Server own(caPath, &wnd);
-        for (int i = 0; i < 50; ++i) issue(own, ir);
+        for (int i = 0; i < 50; ++i) {
+            const std::string serial = Shown(issue(own, ir)).SerialNumber;
+            std::ofstream(log, std::ios::app) << serial.substr(serial.size() - 12) << '\n';
+        }
         return 0;
     };
     EXPECT_THAT(runChildren(4, issueMany), testing::Each(0));
+    std::ifstream in(log);
+    const std::set<std::string> counters(std::istream_iterator<std::string>(in), {});
+    ASSERT_EQ(counters.size(), 200u);
+    EXPECT_EQ(*counters.rbegin(), "0000000000c8");
     EXPECT_TRUE(certnum().ends_with("0000000000c8"));
 }
 
