@@ -88,6 +88,18 @@ class Show(ProgramTest):
                 self.home.write("again", self.home.run("show", "--format", "pem", name).stdout)
                 self.assertEqual(self.as_der("--as", kind, "again"), self.home.read(name))
 
+    def test_xer_has_a_line_an_element(self):
+        depth = 0
+        lines = self.home.run("show", "cert.der").text.splitlines()
+        for line in lines:
+            element = line.lstrip(" ")
+            depth -= element.startswith("</")
+            self.assertEqual(len(line) - len(element), 2 * depth, line)
+            depth += "</" not in element
+        self.assertEqual(depth, 0)
+        for part in ("<KeyUsage><keyCertSign/><cRLSign/></KeyUsage>", "<cA><true/></cA>"):
+            self.assertIn(part, [line.lstrip(" ") for line in lines])
+
     def test_pem_is_openssls(self):
         for name in ("cert", "crl", "csr"):
             shown = self.home.run("show", "--format", "pem", name + ".der")

@@ -1,5 +1,6 @@
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,6 +19,29 @@ struct Options {
     std::string format = "xer";
     std::vector<std::string> files;
 };
+
+/// XER text with a line for each element that holds others. Text and the empty elements that begin
+/// an element (<true/>, names of bits, control characters) stay in its line.
+std::string indented(std::string_view xer) {
+    std::string out;
+    std::size_t depth = 0;
+    bool inLine = true;
+    auto line = [&] { out.append("\n").append(2 * depth, ' '); };
+    while (!xer.empty()) {
+        bool tag = xer[0] == '<';
+        std::size_t end = xer.find(tag ? '>' : '<');
+        std::string_view token = xer.substr(0, end == xer.npos || !tag ? end : end + 1);
+        xer.remove_prefix(token.size());
+        bool opens = tag && token[1] != '/' && !token.ends_with("/>");
+        bool closes = tag && token[1] == '/';
+        if (closes) --depth;
+        if (opens ? depth > 0 : tag && !inLine) line();
+        out += token;
+        if (opens) ++depth;
+        if (opens || closes) inLine = opens;
+    }
+    return out + "\n";
+}
 
 /// Shows objects one after the other; JSON is collected, since it is one value.
 class Shower {
@@ -61,7 +85,7 @@ private:
             entry["value"] = jsonFromXer(object.xer()).front();
             list_.push_back(std::move(entry));
         } else {
-            printBytes(object.xer() + "\n");
+            printBytes(indented(object.xer()));
         }
     }
 
@@ -86,9 +110,10 @@ void addShow(CLI::App& app, Context& context) {
     show->add_option("files", options->files, "Files; - is standard input")->required();
     show->add_option("--as", options->type,
                      "Type of the objects, such as Certificate or GeneralNames (found by itself)");
-    show->add_option("--format", options->format,
-                     "xer: canonical XML; json: the same as an array of objects; der, pem: encoded "
-                     "anew")
+    show->add_option(
+            "--format", options->format,
+            "xer: XML of the ASN.1 value; json: the same as an array of objects; der, pem: "
+            "encoded anew")
         ->check(CLI::IsMember({"xer", "json", "der", "pem"}));
     examples(show,
              "  pkixcmp show root.pem answer.der\n"
