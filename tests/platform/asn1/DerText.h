@@ -91,3 +91,21 @@ inline std::string encodeOrError(const asn1::Type& type, const void* value) {
     if (length < 0) return rtErrGetText(context.get());
     return {reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(length)};
 }
+
+/// The same of a value whose schema goes by its type.
+template <class T>
+std::string encodeOrError(const T& value) {
+    return encodeOrError(Schema<T>::type, &value);
+}
+
+/// XER text of an encoding, or the error's text.
+inline std::string xerOf(const asn1::Type& type, const std::string& der) {
+    ASN1CtxtRef context;
+    void* value = rtNewValue(context.get(), type);
+    std::string xer;
+    if (decodeText(context.get(), type, der, value) < 0 ||
+        rtEncodeXer(context.get(), type, value, xer) < 0) {
+        return rtErrGetText(context.get());
+    }
+    return xer;
+}

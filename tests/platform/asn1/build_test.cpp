@@ -88,7 +88,7 @@ ASN1T_Certificate Building::makeCertificate() {
 
 TEST_F(Building, LibcryptoReadsABuiltCertificate) {
     ASN1T_Certificate certificate = makeCertificate();
-    std::string der = encodeOrError(Schema<ASN1T_Certificate>::type, &certificate);
+    std::string der = encodeOrError(certificate);
     const unsigned char* p = octetsOf(der);
     X509Ptr x509(d2i_X509(nullptr, &p, static_cast<long>(der.size())));
     ASSERT_TRUE(x509) << der;
@@ -119,11 +119,9 @@ TEST_F(Building, ExtensionsAreEncodedIntoTheirBytes) {
     EXPECT_EQ(xer, "<KeyUsage><keyCertSign/><cRLSign/></KeyUsage>");
     // Stored bytes win over the value from now on.
     usage.extnValue.as<ASN1T_KeyUsage>()->numbits = 6;
-    EXPECT_TRUE(
-        encodeOrError(Schema<ASN1T_Extension>::type, &usage).ends_with("\x03\x02\x00\x06"s));
+    EXPECT_TRUE(encodeOrError(usage).ends_with("\x03\x02\x00\x06"s));
     usage.extnValue.set(usage.extnValue.as<ASN1T_KeyUsage>());
-    EXPECT_TRUE(
-        encodeOrError(Schema<ASN1T_Extension>::type, &usage).ends_with("\x03\x02\x02\x06"s));
+    EXPECT_TRUE(encodeOrError(usage).ends_with("\x03\x02\x02\x06"s));
     ASN1T_Extension none;
     none.extnID = id_ce_keyUsage;
     EXPECT_EQ(asn1ETC_Extension(ctxt, &none), ASN_E_MISSING);
@@ -139,14 +137,14 @@ TEST_F(Building, SetsAreSortedAndDefaultsLeftOut) {
             static_cast<std::uint32_t>(strlen(text) + 2),
             rtCopyBytes(ctxt, ("\x13" + DerText::withLength(text)).data(), strlen(text) + 2));
     }
-    EXPECT_EQ(hexOf(encodeOrError(Schema<ASN1T_RelativeDistinguishedName>::type, &rdn)),
+    EXPECT_EQ(hexOf(encodeOrError(rdn)),
               hexOf(DerText::bytes("31{30{06{2A03}13{'a'}}30{06{2A03}13{'b'}}30{06{2A03}13{'c'}}"
                                    "30{06{2A03}13{'ab'}}30{06{2A03}13{'abc'}}}")));
     ASN1T_GeneralSubtree subtree;
     subtree.base.t = ASN1T_GeneralName::T_dNSName;
-    EXPECT_EQ(hexOf(encodeOrError(Schema<ASN1T_GeneralSubtree>::type, &subtree)), "30028200");
+    EXPECT_EQ(hexOf(encodeOrError(subtree)), "30028200");
     subtree.m.minimumPresent = true;  // written all the same
-    EXPECT_EQ(hexOf(encodeOrError(Schema<ASN1T_GeneralSubtree>::type, &subtree)), "30058200800100");
+    EXPECT_EQ(hexOf(encodeOrError(subtree)), "30058200800100");
 }
 
 TEST_F(Building, NumbersTakeTheFewestOctets) {
@@ -161,18 +159,17 @@ TEST_F(Building, NumbersTakeTheFewestOctets) {
                                                           {INT32_MIN, "020480000000"}};
     for (auto [value, der] : cases) {
         ASN1T_InhibitAnyPolicy number{value};
-        EXPECT_EQ(hexOf(encodeOrError(Schema<ASN1T_InhibitAnyPolicy>::type, &number)), der);
+        EXPECT_EQ(hexOf(encodeOrError(number)), der);
     }
     ASN1T_PKIAudit audit;
     audit.type = 0xFFFFFFFF;
-    EXPECT_TRUE(hexOf(encodeOrError(Schema<ASN1T_PKIAudit>::type, &audit))
-                    .starts_with("3010020500FFFFFFFF"));
+    EXPECT_TRUE(hexOf(encodeOrError(audit)).starts_with("3010020500FFFFFFFF"));
 }
 
 TEST_F(Building, WhatHasNoEncodingIsRefusedWithItsPath) {
     ASN1T_Certificate certificate = makeCertificate();
     auto& tbs = certificate.tbsCertificate;
-    auto error = [&] { return encodeOrError(Schema<ASN1T_Certificate>::type, &certificate); };
+    auto error = [&] { return encodeOrError(certificate); };
     auto expect = [&](int code, const char* path) {
         std::string text = error();
         EXPECT_TRUE(text.starts_with("ASN.1 error " + std::to_string(code))) << hexOf(text);
@@ -218,8 +215,7 @@ TEST_F(Building, ACopyHoldsNoAbsentField) {
     EXPECT_EQ(copy.tbsCertificate.issuerUniqueID.data, nullptr);
     EXPECT_NE(copy.tbsCertificate.serialNumber, certificate.tbsCertificate.serialNumber);
     ASSERT_EQ(asn1Copy(ctxt, copy, copy), ASN_OK);
-    EXPECT_EQ(encodeOrError(Schema<ASN1T_Certificate>::type, &copy),
-              encodeOrError(Schema<ASN1T_Certificate>::type, &certificate));
+    EXPECT_EQ(encodeOrError(copy), encodeOrError(certificate));
 }
 
 TEST_F(Building, ControlsWorkOnTheirOwnKindOfBuffer) {
@@ -310,7 +306,7 @@ protected:
 };
 
 TEST_F(Reading, FieldsHoldWhatLibcryptoWrote) {
-    EXPECT_EQ(encodeOrError(Schema<ASN1T_Certificate>::type, &certificate), der);
+    EXPECT_EQ(encodeOrError(certificate), der);
     const auto& tbs = certificate.tbsCertificate;
     EXPECT_STREQ(tbs.serialNumber, "0x80");
     EXPECT_EQ(tbs.validity.notBefore.t, ASN1T_Time::T_utcTime);

@@ -16,8 +16,7 @@ std::string textOf(const ASN1CTime& time) {
 TEST(Times, TextsAreReadAndNormalised) {
     const struct {
         bool utc;
-        const char* text;
-        const char* normal;  // "" for a text that is refused
+        const char *text, *normal;
     } cases[] = {
         {true, "250131235959Z", "250131235959Z"},
         {true, "2501312359Z", "250131235900Z"},
@@ -26,23 +25,6 @@ TEST(Times, TextsAreReadAndNormalised) {
         {true, "491231000000Z", "491231000000Z"},
         {true, "500101000000Z", "500101000000Z"},
         {true, "240229000000Z", "240229000000Z"},
-        {true, "250229000000Z", ""},
-        {true, "250131235959", ""},
-        {true, "250131235959.5Z", ""},
-        {true, "20250131235959Z", ""},
-        {true, "251331000000Z", ""},
-        {true, "250100000000Z", ""},
-        {true, "250132000000Z", ""},
-        {true, "250431000000Z", ""},
-        {true, "250131240000Z", ""},
-        {true, "250131236000Z", ""},
-        {true, "250131235960Z", ""},
-        {true, "250131235959+2460", ""},
-        {true, "250131235959+01", ""},
-        {true, "250131235959Zx", ""},
-        {true, "25013123595 Z", ""},
-        {true, "-50131235959Z", ""},
-        {true, "garbage", ""},
         {false, "20250131235959Z", "20250131235959Z"},
         {false, "20250131235959", "20250131235959Z"},
         {false, "20250131235959.5Z", "20250131235959.5Z"},
@@ -55,13 +37,7 @@ TEST(Times, TextsAreReadAndNormalised) {
         {false, "20250131235959+03", "20250131205959Z"},
         {false, "20250101000000+0001", "20241231235900Z"},
         {false, "19000228235959Z", "19000228235959Z"},
-        {false, "19000229000000Z", ""},
         {false, "00000101000000Z", "00000101000000Z"},
-        {false, "00000101000000+0100", ""},
-        {false, "99991231235959-0100", ""},
-        {false, "20250131235959.Z", ""},
-        {false, "2025013", ""},
-        {false, "250131235959Z", ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
@@ -69,15 +45,33 @@ TEST(Times, TextsAreReadAndNormalised) {
         ASN1CUTCTime utc(buffer, c.text);
         ASN1CGeneralizedTime generalized(buffer, c.text);
         const ASN1CTime& time = c.utc ? static_cast<ASN1CTime&>(utc) : generalized;
-        if (*c.normal != '\0') {
-            EXPECT_EQ(time.status(), 0);
-            EXPECT_EQ(textOf(time), c.normal);
-        } else {
-            EXPECT_LT(time.status(), 0);
-            EXPECT_LT(time.getYear(), 0);
-            EXPECT_LT(time.getSecond(), 0);
-            EXPECT_EQ(textOf(time), "none");
-        }
+        EXPECT_EQ(time.status(), 0);
+        EXPECT_EQ(textOf(time), c.normal);
+    }
+}
+
+template <class Time>
+void expectRefused(const char* text) {
+    SCOPED_TRACE(text);
+    ASN1BEREncodeBuffer buffer;
+    const Time time(buffer, text);
+    EXPECT_LT(time.status(), 0);
+    EXPECT_LT(time.getYear(), 0);
+    EXPECT_LT(time.getSecond(), 0);
+    EXPECT_EQ(textOf(time), "none");
+}
+
+TEST(Times, TextsThatAreNoneAreRefused) {
+    for (const char* text :
+         {"250229000000Z", "250131235959", "250131235959.5Z", "20250131235959Z", "251331000000Z",
+          "250100000000Z", "250132000000Z", "250431000000Z", "250131240000Z", "250131236000Z",
+          "250131235960Z", "250131235959+2460", "250131235959+01", "250131235959Zx",
+          "25013123595 Z", "-50131235959Z", "garbage"}) {
+        expectRefused<ASN1CUTCTime>(text);
+    }
+    for (const char* text : {"19000229000000Z", "00000101000000+0100", "99991231235959-0100",
+                             "20250131235959.Z", "2025013", "250131235959Z"}) {
+        expectRefused<ASN1CGeneralizedTime>(text);
     }
 }
 
