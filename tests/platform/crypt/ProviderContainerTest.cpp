@@ -1,8 +1,7 @@
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
+#include <stdexcept>
 
 #include "ProviderFixture.h"
 #include "platform/support/Support.h"
@@ -39,9 +38,20 @@ protected:
         return found;
     }
 
-    /// A self-signed certificate of the key in a container of VAULT or one with an empty PIN.
-    Bytes certificateOf(const std::filesystem::path& pem, const std::string& password) {
-        openssl("pkcs8 -in " + pem.string() + " -passin pass:" + password + " -out clear.pem");
+    /// The kind of PIN that the container takes.
+    int pinKind(HCRYPTPROV provider) {
+        PinInfoHead head{};
+        DWORD length = sizeof head;
+        EXPECT_TRUE(
+            CryptGetProvParam(provider, PP_AUTH_INFO, reinterpret_cast<BYTE*>(&head), &length, 0));
+        EXPECT_EQ(length, 6U);
+        return head.kind;
+    }
+
+    /// A self-signed certificate of the key in a container of DISK without a PIN.
+    Bytes certificateOf(const char* name) {
+        const auto pem = onlyFile(container("DISK", name), ".pem").string();
+        openssl("pkcs8 -in " + pem + " -passin pass: -out clear.pem");
         openssl("req -x509 -key clear.pem -subj /CN=test -days 1 -outform DER -out cert.der");
         return readFile(file("cert.der"));
     }
@@ -50,69 +60,48 @@ protected:
 TEST_F(ProviderContainer, NamesAreChecked) {
     const std::string longest(200, 'n');
     const std::string full = "\\\\.\\DISK\\";
-    struct Case {
-        std::string name;
-        DWORD code;
+    const std::pair<DWORD, std::vector<std::string>> cases[] = {
+        {ERROR_SUCCESS,
+         {"plain", full + "with spaces, (signs) and 'quotes'", full + "ключ", full + "group.1",
+          full + longest, "\\\\.\\\\noreader"}},
+        {NTE_BAD_KEYSET_PARAM,
+         {full + longest + "n", "", full, "\\\\.\\DISK", "\\\\.\\", full + ".", full + "..",
+          full + "../../escaped", full + "a/b", full + "a\\b", full + ".hidden",
+          full + "line\nbreak", full + "\x7F", full + "\xFF\xFE"}},
+        {SCARD_E_NO_SUCH_READER, {"\\\\.\\CARD\\name", "\\\\.\\..\\name"}},
     };
-    const Case cases[] = {
-        {"plain", ERROR_SUCCESS},
-        {full + "with spaces, (signs) and 'quotes'", ERROR_SUCCESS},
-        {full + "ключ", ERROR_SUCCESS},
-        {full + "group.1", ERROR_SUCCESS},
-        {full + longest, ERROR_SUCCESS},
-        {"\\\\.\\\\noreader", ERROR_SUCCESS},
-        {full + longest + "n", NTE_BAD_KEYSET_PARAM},
-        {"", NTE_BAD_KEYSET_PARAM},
-        {full, NTE_BAD_KEYSET_PARAM},
-        {"\\\\.\\DISK", NTE_BAD_KEYSET_PARAM},
-        {"\\\\.\\", NTE_BAD_KEYSET_PARAM},
-        {full + ".", NTE_BAD_KEYSET_PARAM},
-        {full + "..", NTE_BAD_KEYSET_PARAM},
-        {full + "../../escaped", NTE_BAD_KEYSET_PARAM},
-        {full + "a/b", NTE_BAD_KEYSET_PARAM},
-        {full + "a\\b", NTE_BAD_KEYSET_PARAM},
-        {full + ".hidden", NTE_BAD_KEYSET_PARAM},
-        {full + "line\nbreak", NTE_BAD_KEYSET_PARAM},
-        {full + "\x7F", NTE_BAD_KEYSET_PARAM},
-        {full + "\xFF\xFE", NTE_BAD_KEYSET_PARAM},
-        {"\\\\.\\CARD\\name", SCARD_E_NO_SUCH_READER},
-        {"\\\\.\\..\\name", SCARD_E_NO_SUCH_READER},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(acquire(c.name.c_str(), CRYPT_NEWKEYSET), c.code) << c.name;
-        EXPECT_EQ(acquire(c.name.c_str(), 0), c.code) << c.name;
-        EXPECT_EQ(acquire(c.name.c_str(), CRYPT_DELETEKEYSET), c.code) << c.name;
+    for (const auto& [code, names] : cases) {
+        for (const std::string& name : names) {
+            for (const DWORD flags : {CRYPT_NEWKEYSET, 0U, CRYPT_DELETEKEYSET}) {
+                EXPECT_EQ(acquire(name.c_str(), flags), code) << name << " " << flags;
+            }
+        }
     }
     EXPECT_EQ(acquire(nullptr, CRYPT_NEWKEYSET), NTE_BAD_KEYSET_PARAM);
 }
 
 TEST_F(ProviderContainer, ComesAndGoes) {
-    struct Case {
-        DWORD type;
-        const char* name;
-    };
-    const Case cases[] = {
+    const std::pair<DWORD, const char*> containers[] = {
         {PROV_RSA, "one"}, {PROV_ECDSA_P256, "\\\\.\\DISK\\one"}, {PROV_ECDSA_P256, "one"}};
-    for (const Case& c : cases) {
-        EXPECT_EQ(acquire(c.name, 0, c.type), NTE_BAD_KEYSET) << c.name;
-        EXPECT_EQ(acquire(c.name, CRYPT_DELETEKEYSET, c.type), NTE_BAD_KEYSET) << c.name;
-        EXPECT_EQ(acquire(c.name, CRYPT_NEWKEYSET, c.type), ERROR_SUCCESS) << c.name;
-        EXPECT_EQ(acquire(c.name, CRYPT_NEWKEYSET, c.type), NTE_EXISTS) << c.name;
-        EXPECT_EQ(acquire(c.name, 0, c.type), ERROR_SUCCESS) << c.name;
-        EXPECT_EQ(acquire(c.name, CRYPT_DELETEKEYSET, c.type), ERROR_SUCCESS) << c.name;
-        EXPECT_EQ(acquire(c.name, 0, c.type), NTE_BAD_KEYSET) << c.name;
+    const std::pair<DWORD, DWORD> steps[] = {{0, NTE_BAD_KEYSET},
+                                             {CRYPT_DELETEKEYSET, NTE_BAD_KEYSET},
+                                             {CRYPT_NEWKEYSET, ERROR_SUCCESS},
+                                             {CRYPT_NEWKEYSET, NTE_EXISTS},
+                                             {0, ERROR_SUCCESS},
+                                             {CRYPT_DELETEKEYSET, ERROR_SUCCESS},
+                                             {0, NTE_BAD_KEYSET}};
+    for (const auto& [type, name] : containers) {
+        for (const auto& [flags, code] : steps) {
+            EXPECT_EQ(acquire(name, flags, type), code) << name << " " << flags;
+        }
     }
 }
 
 TEST_F(ProviderContainer, FlagsAndTypesAreChecked) {
-    struct Case {
-        const char* name;
-        const char* provider;
-        DWORD type;
-        DWORD flags;
-        DWORD code;
-    };
-    const Case cases[] = {
+    const struct {
+        const char *name, *provider;
+        DWORD type, flags, code;
+    } cases[] = {
         {nullptr, nullptr, 2, CRYPT_VERIFYCONTEXT, NTE_PROV_TYPE_NOT_DEF},
         {nullptr, nullptr, 0, CRYPT_VERIFYCONTEXT, NTE_PROV_TYPE_NOT_DEF},
         {nullptr, "Unknown Provider", 75, CRYPT_VERIFYCONTEXT, NTE_KEYSET_NOT_DEF},
@@ -125,30 +114,28 @@ TEST_F(ProviderContainer, FlagsAndTypesAreChecked) {
         {"name", nullptr, 75, CRYPT_NEWKEYSET | CRYPT_MACHINE_KEYSET, ERROR_SUCCESS},
         {"name", nullptr, 80, 0, NTE_BAD_PROV_TYPE},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         HCRYPTPROV handle = 0;
         EXPECT_EQ(codeOf(CryptAcquireContextA(&handle, c.name, c.provider, c.type, c.flags)),
                   c.code);
         if (handle != 0) CryptReleaseContext(handle, 0);
     }
-    EXPECT_FALSE(std::filesystem::exists(home() / "user/readers/DISK"));
+    EXPECT_FALSE(std::filesystem::exists(file("user/readers/DISK")));
 }
 
 TEST_F(ProviderContainer, TellsItsNames) {
-    struct Case {
+    const struct {
         DWORD type;
-        const char* given;
-        const char* unique;
+        const char *given, *unique;
         int kind;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {PROV_ECDSA_P256, "\\\\.\\DISK\\a", "\\\\.\\DISK\\a", 0},
         {PROV_ECDSA_P256, "\\\\.\\VAULT\\b", "\\\\.\\VAULT\\b", 6},
         {PROV_ECDSA_P384, "c", "\\\\.\\VAULT\\c", 6},
         {PROV_RSA, "d", "d", 5},
         {PROV_ECDSA_PLAIN, "\\\\.\\DISK\\e", "e", 5},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const Context made(c.given, c.type, CRYPT_NEWKEYSET);
         const std::string name(1, c.unique[std::strlen(c.unique) - 1]);
         EXPECT_EQ(textParameter(made, PP_CONTAINER), name);
@@ -157,12 +144,7 @@ TEST_F(ProviderContainer, TellsItsNames) {
         EXPECT_NE(Context(textParameter(made, PP_UNIQUE_CONTAINER).c_str(), c.type, 0), 0U);
         DWORD length = 0;
         EXPECT_EQ(codeOf(CryptGetProvParam(made, PP_FQCN, nullptr, &length, 0)), NTE_BAD_FLAGS);
-        PinInfoHead head{};
-        length = sizeof head;
-        EXPECT_TRUE(
-            CryptGetProvParam(made, PP_AUTH_INFO, reinterpret_cast<BYTE*>(&head), &length, 0));
-        EXPECT_EQ(head.kind, c.kind);
-        EXPECT_EQ(length, 6U);
+        EXPECT_EQ(pinKind(made), c.kind);
         DWORD identifier = 0;
         EXPECT_EQ(status(made, &identifier), ERROR_SUCCESS);
         EXPECT_NE(identifier, 0U);
@@ -176,8 +158,7 @@ TEST_F(ProviderContainer, TellsItsNames) {
         EXPECT_EQ(codeOf(CryptGetProvParam(verifier, parameter, nullptr, &length, 0)),
                   NTE_BAD_KEYSET);
     }
-    HCRYPTKEY key = 0;
-    EXPECT_EQ(codeOf(CryptGenKey(verifier, AT_SIGNATURE, 0, &key)), NTE_BAD_KEYSET);
+    EXPECT_EQ(codeOf(generate(verifier)), NTE_BAD_KEYSET);
 }
 
 TEST_F(ProviderContainer, OpensslReadsKeys) {
@@ -187,7 +168,8 @@ TEST_F(ProviderContainer, OpensslReadsKeys) {
     openssl("pkcs8 -in " + diskPem.string() + " -passin pass: -out clear.pem");
     ASSERT_TRUE(setPin(disk, PP_CHANGE_AUTH, "12345678"));
     const auto lockedPem = onlyFile(container("DISK", "d"), ".pem").string();
-    EXPECT_FALSE(opensslSucceeds("pkcs8 -in " + lockedPem + " -passin pass: -out clear.pem"));
+    EXPECT_THROW(openssl("pkcs8 -in " + lockedPem + " -passin pass: -out clear.pem"),
+                 std::runtime_error);
     openssl("pkcs8 -in " + lockedPem + " -passin pass:12345678 -out clear.pem");
     openssl("pkey -in clear.pem -pubout -outform DER -out public.der");
     EXPECT_EQ(readFile(file("public.der")), readFile(onlyFile(container("DISK", "d"), ".pub")));
@@ -204,48 +186,38 @@ TEST_F(ProviderContainer, OpensslReadsKeys) {
     openssl("version; printf " + salt +
             " | xxd -r -p | openssl dgst -sha256 -mac HMAC -macopt "
             "hexkey:$(cat " +
-            (home() / "user/vault.key").string() + ") -r | cut -d' ' -f1 > pass");
+            file("user/vault.key").string() + ") -r | cut -d' ' -f1 > pass");
     openssl("pkcs8 -in " + onlyFile(folder, ".pem").string() + " -passin file:pass -out v.pem");
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(home() / "user")) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(file("user"))) {
         const auto beyondOwner = entry.status().permissions() & std::filesystem::perms(077);
         EXPECT_EQ(beyondOwner, std::filesystem::perms::none) << entry.path();
     }
 }
 
 TEST_F(ProviderContainer, KeySizeComesFromTheFlags) {
-    struct Case {
-        DWORD type;
-        DWORD flags;
-        DWORD code;
-        DWORD bits;
-        ALG_ID algorithm;
-        DWORD spec;
-    };
-    const Case cases[] = {
-        {PROV_RSA, 0, ERROR_SUCCESS, 2048, CALG_RSA_SIGN, AT_SIGNATURE},
-        {PROV_RSA, 3072U << 16 | CRYPT_EXPORTABLE, ERROR_SUCCESS, 3072, CALG_RSA_KEYX,
-         AT_KEYEXCHANGE},
-        {PROV_RSA, 512U << 16, NTE_BAD_LEN, 0, 0, AT_SIGNATURE},
-        {PROV_ECDSA_PLAIN, 384U << 16, ERROR_SUCCESS, 384, CALG_ECDSA, AT_SIGNATURE},
-        {PROV_ECDSA_PLAIN, 2048U << 16, NTE_BAD_LEN, 0, 0, AT_SIGNATURE},
-        {PROV_ECDSA_PLAIN, 0, ERROR_SUCCESS, 256, CALG_ECDH, AT_KEYEXCHANGE},
-        {PROV_ECDSA_PLAIN, 2, NTE_BAD_FLAGS, 0, 0, AT_SIGNATURE},
-        {PROV_ECDSA_PLAIN, 0, NTE_BAD_ALGID, 0, 0, 3},
-    };
-    int number = 0;
-    for (const Case& c : cases) {
-        const Context made(std::to_string(++number).c_str(), c.type, CRYPT_NEWKEYSET);
-        HCRYPTKEY key = 0;
-        EXPECT_EQ(codeOf(CryptGenKey(made, c.spec, c.flags, &key)), c.code) << number;
-        if (c.code != ERROR_SUCCESS) continue;
+    const struct {
+        DWORD type, spec, flags, code;
         DWORD bits = 0;
         ALG_ID algorithm = 0;
-        DWORD length = 4;
-        EXPECT_TRUE(CryptGetKeyParam(key, KP_KEYLEN, reinterpret_cast<BYTE*>(&bits), &length, 0));
-        EXPECT_TRUE(
-            CryptGetKeyParam(key, KP_ALGID, reinterpret_cast<BYTE*>(&algorithm), &length, 0));
-        EXPECT_EQ(bits, c.bits);
-        EXPECT_EQ(algorithm, c.algorithm);
+    } cases[] = {
+        {PROV_RSA, AT_SIGNATURE, 0, ERROR_SUCCESS, 2048, CALG_RSA_SIGN},
+        {PROV_RSA, AT_KEYEXCHANGE, 3072U << 16 | CRYPT_EXPORTABLE, ERROR_SUCCESS, 3072,
+         CALG_RSA_KEYX},
+        {PROV_RSA, AT_SIGNATURE, 512U << 16, NTE_BAD_LEN},
+        {PROV_ECDSA_PLAIN, AT_SIGNATURE, 384U << 16, ERROR_SUCCESS, 384, CALG_ECDSA},
+        {PROV_ECDSA_PLAIN, AT_SIGNATURE, 2048U << 16, NTE_BAD_LEN},
+        {PROV_ECDSA_PLAIN, AT_KEYEXCHANGE, 0, ERROR_SUCCESS, 256, CALG_ECDH},
+        {PROV_ECDSA_PLAIN, AT_SIGNATURE, 2, NTE_BAD_FLAGS},
+        {PROV_ECDSA_PLAIN, 3, 0, NTE_BAD_ALGID},
+    };
+    int name = 0;
+    for (const auto& c : cases) {
+        const Context made(std::to_string(++name).c_str(), c.type, CRYPT_NEWKEYSET);
+        HCRYPTKEY key = 0;
+        EXPECT_EQ(codeOf(CryptGenKey(made, c.spec, c.flags, &key)), c.code) << name;
+        if (c.code != ERROR_SUCCESS) continue;
+        EXPECT_EQ(number(CryptGetKeyParam, key, KP_KEYLEN), c.bits);
+        EXPECT_EQ(number(CryptGetKeyParam, key, KP_ALGID), c.algorithm);
         EXPECT_TRUE(CryptDestroyKey(key));
     }
 }
@@ -254,18 +226,16 @@ TEST_F(ProviderContainer, KeepsTheCertificateOfItsKey) {
     const Context made("\\\\.\\DISK\\c", PROV_ECDSA_P256, CRYPT_NEWKEYSET);
     const Context other("\\\\.\\DISK\\o", PROV_ECDSA_P384, CRYPT_NEWKEYSET);
     ASSERT_TRUE(generate(made) && generate(other));
-    const Bytes foreign = certificateOf(onlyFile(container("DISK", "o"), ".pem"), "");
-    const Bytes own = certificateOf(onlyFile(container("DISK", "c"), ".pem"), "");
+    const Bytes foreign = certificateOf("o"), own = certificateOf("c");
     HCRYPTKEY key = 0;
     ASSERT_TRUE(CryptGetUserKey(made, AT_SIGNATURE, &key));
     DWORD length = 0;
     EXPECT_EQ(codeOf(CryptGetKeyParam(key, KP_CERTIFICATE, nullptr, &length, 0)), NTE_NOT_FOUND);
-    struct Case {
+    const struct {
         const char* what;
         Bytes bytes;
         DWORD code;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"another key's", foreign, NTE_BAD_KEY},
         {"no sequence", {0x04, 0x00}, NTE_BAD_DATA},
         {"indefinite length", {0x30, 0x80, 0, 0, 0}, NTE_BAD_DATA},
@@ -274,7 +244,7 @@ TEST_F(ProviderContainer, KeepsTheCertificateOfItsKey) {
         {"no certificate", {0x30, 0x02, 0x05, 0x00}, NTE_BAD_DATA},
         {"its own", own, ERROR_SUCCESS},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(codeOf(CryptSetKeyParam(key, KP_CERTIFICATE, c.bytes.data(), 0)), c.code)
             << c.what;
     }
@@ -330,22 +300,18 @@ TEST_F(ProviderContainer, SettingsMoveReadersAndChooseKeys) {
     const auto put = [](const std::string& path, const std::string& text) {
         ASSERT_EQ(support_registry_put_string(path.c_str(), text.c_str()), SUPPORT_OK) << path;
     };
-    put("\\config\\Readers\\CARD", file("card").string());
-    put("\\config\\Readers\\SAFE", "vault:" + file("safe").string());
-    put("\\config\\Readers\\DISK", file("disk").string());
+    const std::pair<const char*, int> readers[] = {{"CARD", 0}, {"SAFE", 6}, {"DISK", 0}};
+    for (const auto& [reader, kind] : readers) {
+        put("\\config\\Readers\\" + std::string(reader),
+            (kind == 6 ? "vault:" : "") + file(reader).string());
+    }
     const Context verifier(nullptr, PROV_ECDSA_P256, CRYPT_VERIFYCONTEXT);
     EXPECT_THAT(entries(verifier, PP_ENUMREADERS, 1), ElementsAre("CARD", "DISK", "SAFE", "VAULT"));
-    const std::pair<const char*, int> places[] = {{"card", 0}, {"safe", 6}, {"disk", 0}};
-    for (const auto& [reader, kind] : places) {
-        std::string name = "\\\\.\\" + std::string(reader) + "\\n";
-        std::ranges::transform(name, name.begin(), [](char c) { return std::toupper(c); });
+    for (const auto& [reader, kind] : readers) {
+        const std::string name = "\\\\.\\" + std::string(reader) + "\\n";
         const Context made(name.c_str(), PROV_ECDSA_P256, CRYPT_NEWKEYSET);
-        PinInfoHead head{};
-        DWORD length = sizeof head;
-        EXPECT_TRUE(
-            CryptGetProvParam(made, PP_AUTH_INFO, reinterpret_cast<BYTE*>(&head), &length, 0));
-        EXPECT_EQ(head.kind, kind);
-        EXPECT_TRUE(std::filesystem::exists(file(reader) / "N" / "header"));
+        EXPECT_EQ(pinKind(made), kind);
+        EXPECT_TRUE(std::filesystem::exists(file(reader) / "n/header"));
     }
 
     const std::pair<const char*, DWORD> algorithms[] = {
@@ -357,10 +323,7 @@ TEST_F(ProviderContainer, SettingsMoveReadersAndChooseKeys) {
         EXPECT_EQ(codeOf(CryptGenKey(made, AT_SIGNATURE, 0, &key)),
                   bits == 0 ? NTE_BAD_ALGID : ERROR_SUCCESS)
             << algorithm;
-        DWORD size = 0;
-        DWORD length = sizeof size;
-        CryptGetKeyParam(key, KP_KEYLEN, reinterpret_cast<BYTE*>(&size), &length, 0);
-        EXPECT_EQ(size, bits);
+        EXPECT_EQ(number(CryptGetKeyParam, key, KP_KEYLEN), bits);
         CryptDestroyKey(key);
         EXPECT_EQ(acquire("key", CRYPT_DELETEKEYSET, PROV_ECDSA_PLAIN), ERROR_SUCCESS);
     }
@@ -397,11 +360,7 @@ TEST_F(ProviderContainer, DamageIsReported) {
         text.replace(text.find(from), from.size(), to);
         writeFile(folder / "header", text);
     };
-    struct Case {
-        const char* what;
-        std::function<void(const Path&)> damage;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::function<void(const Path&)>> cases[] = {
         {"no header", [](const Path& f) { std::filesystem::remove(f / "header"); }},
         {"empty header", [](const Path& f) { writeFile(f / "header", ""); }},
         {"header cut off", [](const Path& f) { std::filesystem::resize_file(f / "header", 60); }},
@@ -430,10 +389,10 @@ TEST_F(ProviderContainer, DamageIsReported) {
          }},
     };
     const char* name = "\\\\.\\DISK\\d";
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    for (const auto& [what, damage] : cases) {
+        SCOPED_TRACE(what);
         ASSERT_TRUE(generate(Context(name, PROV_ECDSA_P256, CRYPT_NEWKEYSET)));
-        c.damage(container("DISK", "d"));
+        damage(container("DISK", "d"));
         EXPECT_EQ(acquire(name, 0), NTE_KEYSET_ENTRY_BAD);
         EXPECT_EQ(acquire(name, CRYPT_NEWKEYSET), NTE_EXISTS);
         EXPECT_EQ(acquire(name, CRYPT_DELETEKEYSET), ERROR_SUCCESS);
@@ -470,7 +429,7 @@ TEST_F(ProviderContainer, KeysAreOverwrittenBeforeTheyGo) {
 
 TEST_F(ProviderContainer, VaultKeyMustBePrivateAndPresent) {
     ASSERT_TRUE(generate(Context("v", PROV_ECDSA_P256, CRYPT_NEWKEYSET)));
-    const auto vault = home() / "user/vault.key";
+    const auto vault = file("user/vault.key");
     std::filesystem::permissions(vault, std::filesystem::perms(0644));
     EXPECT_EQ(status(Context("v", PROV_ECDSA_P256, 0)), NTE_PERM);
     std::filesystem::remove(vault);

@@ -20,7 +20,7 @@ using provider::secretFrom;
 std::atomic<int> stepsLeft{0};
 
 bool dieLater(const char*) {
-    if (stepsLeft-- == 0) ::_exit(99);
+    if (stepsLeft-- == 0) ::_exit(77);
     return true;
 }
 bool failLater(const char*) { return stepsLeft-- != 0; }
@@ -29,9 +29,9 @@ class ProviderCrash : public ProviderTest {
 protected:
     ~ProviderCrash() override { provider::setFileStep(nullptr); }
 
-    using Change = std::function<void(const provider::Place&)>;
+    using Change = std::function<void()>;
     /// Looks at what is left and goes on working with it; says which of the states it is in.
-    using Check = std::function<std::string(const provider::Place&)>;
+    using Check = std::function<std::string()>;
 
     const provider::ProviderType& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
     const provider::Place place = provider::findPlace(type, "\\\\.\\DISK\\crash", true);
@@ -59,7 +59,7 @@ protected:
     int countSteps(const Change& change) const {
         stepsLeft = 1 << 20;
         provider::setFileStep(failLater);
-        change(place);
+        change();
         provider::setFileStep(nullptr);
         return (1 << 20) - stepsLeft;
     }
@@ -74,7 +74,7 @@ protected:
         std::filesystem::copy(folder, file("prepared"), std::filesystem::copy_options::recursive);
         const int steps = countSteps(change);
         ASSERT_GT(steps, 2);
-        EXPECT_EQ(check(place), behind);
+        EXPECT_EQ(check(), behind);
         int unchanged = 0;
         for (int run = 0; run < 2 * steps; ++run) {
             const int step = run / 2;
@@ -84,7 +84,7 @@ protected:
             std::filesystem::copy(file("prepared"), folder,
                                   std::filesystem::copy_options::recursive);
             run % 2 == 0 ? die(change, step) : meetError(change, step);
-            const std::string state = check(place);
+            const std::string state = check();
             EXPECT_THAT(state, ::testing::AnyOf(before, behind));
             unchanged += state == before;
             expectNoLeftovers();
@@ -103,20 +103,20 @@ protected:
 
 private:
     void die(const Change& change, int step) const {
-        EXPECT_EQ(inOtherProcess([&] {
-                      stepsLeft = step;
-                      provider::setFileStep(dieLater);
-                      change(place);
-                      return 0;
-                  }),
-                  99);
+        const pid_t child = startChild([&] {
+            stepsLeft = step;
+            provider::setFileStep(dieLater);
+            change();
+            return 0;
+        });
+        EXPECT_EQ(waitForChild(child), 77);
     }
 
     void meetError(const Change& change, int step) const {
         stepsLeft = step;
         provider::setFileStep(failLater);
         try {
-            change(place);
+            change();
             ADD_FAILURE() << "the disk error was not noticed";
         } catch (const provider::Failure& failure) {
             EXPECT_EQ(failure.code, NTE_SYS_ERR);
@@ -126,10 +126,10 @@ private:
 };
 
 TEST_F(ProviderCrash, WhileMade) {
-    const auto check = [&](const provider::Place& at) -> std::string {
+    const auto check = [&]() -> std::string {
         try {
-            Container::create(at, type);
-            Container::remove(at);
+            Container::create(place, type);
+            Container::remove(place);
             return "absent";
         } catch (const provider::Failure& failure) {
             EXPECT_EQ(failure.code, NTE_EXISTS);
@@ -137,14 +137,13 @@ TEST_F(ProviderCrash, WhileMade) {
         startChange(*opened());
         return "whole";
     };
-    stopEverywhere([] {}, [&](const auto& at) { Container::create(at, type); }, check, "absent",
-                   "whole");
+    stopEverywhere([] {}, [&] { Container::create(place, type); }, check, "absent", "whole");
 }
 
 TEST_F(ProviderCrash, WhileAKeyIsStored) {
     const auto fresh = provider::PrivateKey::generate(shape());
     const auto& hash = *provider::findAlgorithm(CALG_SHA_256);
-    const auto check = [&](const provider::Place&) -> std::string {
+    const auto check = [&]() -> std::string {
         const auto container = opened();
         const auto kept = container->publicKey(AT_SIGNATURE);
         const Bytes digest(32, 7);
@@ -153,14 +152,13 @@ TEST_F(ProviderCrash, WhileAKeyIsStored) {
         startChange(*container);
         return kept->matches(fresh->get()) ? "new key" : "old key";
     };
-    stopEverywhere([&] { makeContainer(); },
-                   [&](const auto&) { opened()->store(AT_SIGNATURE, fresh, false); }, check,
-                   "old key", "new key");
+    stopEverywhere([&] { makeContainer(); }, [&] { opened()->store(AT_SIGNATURE, fresh, false); },
+                   check, "old key", "new key");
 }
 
 TEST_F(ProviderCrash, WhileThePinChanges) {
-    const auto check = [&](const provider::Place& at) -> std::string {
-        const auto container = Container::open(at, type);
+    const auto check = [&]() -> std::string {
+        const auto container = Container::open(place, type);
         std::string state = "no PIN";
         try {
             container->identifier();
@@ -174,28 +172,27 @@ TEST_F(ProviderCrash, WhileThePinChanges) {
         startChange(*container);
         return state;
     };
-    stopEverywhere([&] { makeContainer(); },
-                   [&](const auto&) { opened()->changePin(secretFrom("new")); }, check, "no PIN",
-                   "new PIN");
+    stopEverywhere([&] { makeContainer(); }, [&] { opened()->changePin(secretFrom("new")); }, check,
+                   "no PIN", "new PIN");
 }
 
 TEST_F(ProviderCrash, WhileRemoved) {
-    const auto check = [&](const provider::Place& at) -> std::string {
+    const auto check = [&]() -> std::string {
         bool whole = false;
         try {
             opened()->privateKey(AT_SIGNATURE);
             whole = true;
-            Container::remove(at);
+            Container::remove(place);
         } catch (const provider::Failure& failure) {
             EXPECT_EQ(failure.code, NTE_BAD_KEYSET);
-            EXPECT_THROW(Container::remove(at), provider::Failure);  // done, but for leftovers
+            EXPECT_THROW(Container::remove(place), provider::Failure);  // done, but for leftovers
         }
         expectNoLeftovers();
-        Container::create(at, type);  // the name is free again
+        Container::create(place, type);  // the name is free again
         return whole ? "whole" : "absent";
     };
-    stopEverywhere([&] { makeContainer(); }, [](const auto& at) { Container::remove(at); }, check,
-                   "whole", "absent");
+    stopEverywhere([&] { makeContainer(); }, [&] { Container::remove(place); }, check, "whole",
+                   "absent");
 }
 
 // Whoever waits for the lock of a container that goes meanwhile finds none, not a ghost.

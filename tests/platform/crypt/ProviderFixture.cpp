@@ -1,36 +1,14 @@
 #include "ProviderFixture.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <memory>
 
 #include "platform/crypt/Der.h"
+#include "tests/PublicTool.h"
 
 namespace provider_test {
 namespace {
-
-struct Outcome {
-    int status;
-    std::string output;
-};
-
-Outcome run(const std::string& command) {
-    std::string output;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return {-1, ""};
-    std::array<char, 4096> part;
-    while (const std::size_t got = std::fread(part.data(), 1, part.size(), pipe)) {
-        output.append(part.data(), got);
-    }
-    return {::pclose(pipe), output};
-}
 
 Bytes reversed(Bytes bytes) {
     std::ranges::reverse(bytes);
@@ -39,37 +17,16 @@ Bytes reversed(Bytes bytes) {
 
 }  // namespace
 
-ProviderTest::ProviderTest() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "provider-XXXXXX").string();
-    folder_ = ::mkdtemp(pattern.data());
-    ::setenv("PKIXCMP_HOME", home().c_str(), 1);
-}
-
-ProviderTest::~ProviderTest() {
-    QXCryptSetPinCallback(nullptr, nullptr);
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
-
 std::string ProviderTest::openssl(const std::string& arguments) const {
-    const Outcome outcome = run("cd " + folder_.string() + " && openssl " + arguments + " 2>&1");
-    EXPECT_EQ(outcome.status, 0) << "openssl " << arguments << "\n" << outcome.output;
-    return outcome.output;
-}
-
-bool ProviderTest::opensslSucceeds(const std::string& arguments) const {
-    return run("cd " + folder_.string() + " && openssl " + arguments + " 2>&1").status == 0;
-}
-
-void writeFile(const std::filesystem::path& path, std::span<const BYTE> content) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(content.data()),
-              static_cast<std::streamsize>(content.size()));
-    ASSERT_TRUE(out.flush()) << path;
+    return runTool("cd " + file("").string() + " && openssl " + arguments, "");
 }
 
 void writeFile(const std::filesystem::path& path, std::string_view content) {
-    writeFile(path, Bytes(content.begin(), content.end()));
+    ASSERT_TRUE(std::ofstream(path, std::ios::binary) << content << std::flush) << path;
+}
+
+void writeFile(const std::filesystem::path& path, const Bytes& content) {
+    writeFile(path, std::string(content.begin(), content.end()));
 }
 
 Bytes readFile(const std::filesystem::path& path) {
@@ -94,15 +51,15 @@ BOOL generate(HCRYPTPROV provider, DWORD spec, DWORD flags) {
     return CryptGenKey(provider, spec, flags, &key) && CryptDestroyKey(key);
 }
 
-BOOL setPin(HCRYPTPROV provider, DWORD parameter, const char* pin) {
+BOOL setPin(HCRYPTPROV provider, DWORD parameter, const char* pin, BYTE kind) {
     PinParam auth;
+    auth.kind = kind;
     auth.text = pin;
     return CryptSetProvParam(provider, parameter, reinterpret_cast<const BYTE*>(&auth), 0);
 }
 
 DWORD status(HCRYPTPROV provider, DWORD* identifier) {
-    DWORD value = 0;
-    DWORD length = sizeof value;
+    DWORD value = 0, length = sizeof value;
     const DWORD code = codeOf(CryptGetProvParam(provider, PP_CONTAINER_STATUS,
                                                 reinterpret_cast<BYTE*>(&value), &length, 0));
     if (identifier != nullptr) *identifier = value;
@@ -186,14 +143,6 @@ HCRYPTKEY import(HCRYPTPROV provider, KeyRecord record) {
     const CERT_PUBLIC_KEY_INFO info = record.info();
     CryptImportPublicKeyInfoEx(provider, CERT_ENCODING, &info, 0, 0, nullptr, &key);
     return key;
-}
-
-int inOtherProcess(const std::function<int()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    int ended = 0;
-    ::waitpid(child, &ended, 0);
-    return WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
 }
 
 }  // namespace provider_test

@@ -5,37 +5,34 @@
 
 #include <filesystem>
 #include <functional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/crypt/CryptApi.h"
+#include "tests/TempHome.h"
 
 namespace provider_test {
 
 using Bytes = std::vector<BYTE>;
 
-/// A home of its own for each test, with room for files beside it.
+/// A home of its own for each test, with room for files beside the state.
 class ProviderTest : public ::testing::Test {
 protected:
-    ProviderTest();
-    ~ProviderTest() override;
+    ~ProviderTest() override { QXCryptSetPinCallback(nullptr, nullptr); }
 
-    std::filesystem::path home() const { return folder_ / "home"; }
-    std::filesystem::path file(std::string_view name) const { return folder_ / name; }
+    std::filesystem::path file(std::string_view name) const { return home_.path() / name; }
     std::filesystem::path container(std::string_view reader, std::string_view name) const {
-        return home() / "user/readers" / reader / name;
+        return file("user/readers") / reader / name;
     }
-    /// Runs `openssl` with the arguments in the test's folder.
+    /// What `openssl` says in the test's folder; throws when it fails.
     std::string openssl(const std::string& arguments) const;
-    bool opensslSucceeds(const std::string& arguments) const;
 
 private:
-    std::filesystem::path folder_;
+    TempHome home_;
 };
 
-void writeFile(const std::filesystem::path& path, std::span<const BYTE> content);
+void writeFile(const std::filesystem::path& path, const Bytes& content);
 void writeFile(const std::filesystem::path& path, std::string_view content);
 Bytes readFile(const std::filesystem::path& path);
 /// The file of this extension in a folder; fails the test unless there is just one.
@@ -67,9 +64,16 @@ private:
 DWORD codeOf(BOOL result);
 
 BOOL generate(HCRYPTPROV provider, DWORD spec = AT_SIGNATURE, DWORD flags = 0);
-BOOL setPin(HCRYPTPROV provider, DWORD parameter, const char* pin);
+BOOL setPin(HCRYPTPROV provider, DWORD parameter, const char* pin, BYTE kind = 0);
 /// Parameter 109: the code, ERROR_SUCCESS when the container is open.
 DWORD status(HCRYPTPROV provider, DWORD* identifier = nullptr);
+/// A parameter that is a number, by the function that gets it; 0 where there is none.
+template <class Getter>
+DWORD number(Getter getter, unsigned long long handle, DWORD parameter) {
+    DWORD value = 0, length = sizeof value;
+    getter(handle, parameter, reinterpret_cast<BYTE*>(&value), &length, 0);
+    return value;
+}
 std::string textParameter(HCRYPTPROV provider, DWORD parameter, DWORD flags = 0);
 
 HCRYPTHASH hashOf(HCRYPTPROV provider, ALG_ID algorithm, std::string_view text);
@@ -93,8 +97,5 @@ KeyRecord exportKey(HCRYPTPROV provider, DWORD spec = AT_SIGNATURE);
 KeyRecord keyFromSpki(const Bytes& spki);
 /// 0 on failure, with the last error set.
 HCRYPTKEY import(HCRYPTPROV provider, KeyRecord key);
-
-/// Runs a function in a process of its own; its exit code, or 128 and the signal that ended it.
-int inOtherProcess(const std::function<int()>& body);
 
 }  // namespace provider_test

@@ -122,10 +122,7 @@ TEST_F(ProviderHandle, ThreadsReuseSlotsWithoutMixingThemUp) {
                 const DWORD type = round % 2 == 0 ? PROV_RSA : PROV_ECDSA_PLAIN;
                 CryptAcquireContextA(&handle, nullptr, nullptr, type, CRYPT_VERIFYCONTEXT);
                 mine.push_back(handle);
-                DWORD got = 0;
-                DWORD length = sizeof got;
-                CryptGetProvParam(handle, PP_PROVTYPE, reinterpret_cast<BYTE*>(&got), &length, 0);
-                if (got != type) ++wrong;
+                if (number(CryptGetProvParam, handle, PP_PROVTYPE) != type) ++wrong;
                 if (round % 3 != 0) continue;
                 if (!CryptReleaseContext(mine.front(), 0)) ++wrong;
                 if (CryptReleaseContext(mine.front(), 0)) ++wrong;

@@ -30,6 +30,13 @@ protected:
         EXPECT_TRUE(setPin(context, PP_SET_AUTH, pin));
         return status(context);
     }
+    /// The same below the handles, for a process that forked: a failure is thrown.
+    static void openDirectly(const char* pin) {
+        const auto& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
+        const auto opened = provider::Container::open(provider::findPlace(type, name, false), type);
+        opened->supplyPin(provider::secretFrom(pin));
+        opened->identifier();
+    }
     std::string tries() const {
         const Bytes content = readFile(container("DISK", "pin") / "tries");
         return {content.begin(), content.end()};
@@ -50,7 +57,7 @@ TEST_F(ProviderPin, NewContainerIsOpenUntilItGetsAPin) {
             EXPECT_TRUE(setPin(made, parameter, "first"));
             EXPECT_EQ(status(made), ERROR_SUCCESS);
             EXPECT_TRUE(generate(made));
-            EXPECT_EQ(sign(made, "text").empty(), false);
+            EXPECT_FALSE(sign(made, "text").empty());
         }
         const Context again = open();
         EXPECT_EQ(status(again), SCARD_W_WRONG_CHV);
@@ -59,10 +66,7 @@ TEST_F(ProviderPin, NewContainerIsOpenUntilItGetsAPin) {
         EXPECT_TRUE(setPin(again, PP_SET_AUTH, "first"));
         EXPECT_EQ(status(again), ERROR_SUCCESS);
         EXPECT_FALSE(sign(again, "text").empty());
-        HCRYPTPROV none = 0;
-        EXPECT_EQ(
-            codeOf(CryptAcquireContextA(&none, name, nullptr, PROV_ECDSA_P256, CRYPT_DELETEKEYSET)),
-            ERROR_SUCCESS);
+        open(CRYPT_DELETEKEYSET);
         EXPECT_EQ(userKey(again), ERROR_SUCCESS);  // what is open stays in memory
         EXPECT_EQ(codeOf(generate(again)), NTE_BAD_KEYSET);
     }
@@ -94,19 +98,15 @@ TEST_F(ProviderPin, TriesRunOutAndStayOut) {
 
 TEST_F(ProviderPin, TriesCountAcrossProcesses) {
     make();
-    const auto& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
-    const provider::Place place = provider::findPlace(type, name, false);
-    const auto attempt = [&](const char* pin) {
-        return inOtherProcess([&] {
-            const auto opened = provider::Container::open(place, type);
-            opened->supplyPin(provider::secretFrom(pin));
+    const auto attempt = [](const char* pin) {
+        return waitForChild(startChild([pin] {
             try {
-                opened->identifier();
+                openDirectly(pin);
                 return 0;
             } catch (const provider::Failure& failure) {
                 return failure.code == SCARD_W_WRONG_CHV ? 1 : 2;
             }
-        });
+        }));
     };
     EXPECT_EQ(attempt("one"), 1);
     EXPECT_EQ(attempt(rightPin), 0);
@@ -118,8 +118,6 @@ TEST_F(ProviderPin, TriesCountAcrossProcesses) {
 
 TEST_F(ProviderPin, TryIsUsedUpBeforeThePinIsLookedAt) {
     make();
-    const auto& type = provider::findProvider(PROV_ECDSA_P256, nullptr);
-    const provider::Place place = provider::findPlace(type, name, false);
     // A try that cannot be written down is none.
     provider::setFileStep([](const char*) { return false; });
     const Context noDisk = open();
@@ -130,19 +128,17 @@ TEST_F(ProviderPin, TryIsUsedUpBeforeThePinIsLookedAt) {
     EXPECT_EQ(tries(), "3\n");
     // The process dies as soon as the first write is done, whatever the PIN is.
     for (const char* left : {"2\n", "1\n", "0\n"}) {
-        const int ended = inOtherProcess([&] {
+        const pid_t child = startChild([] {
             provider::setFileStep([](const char* step) {
                 static int folders = 0;
                 if (std::string(step) == "sync folder" && ++folders == 1) return true;
                 if (folders == 1) ::_exit(77);
                 return true;
             });
-            const auto opened = provider::Container::open(place, type);
-            opened->supplyPin(provider::secretFrom(rightPin));
-            opened->identifier();
+            openDirectly(rightPin);
             return 0;
         });
-        EXPECT_EQ(ended, 77);
+        EXPECT_EQ(waitForChild(child), 77);
         EXPECT_EQ(tries(), left);
     }
     EXPECT_EQ(status(open()), SCARD_W_CHV_BLOCKED);
@@ -217,14 +213,12 @@ struct Answer {
 
 TEST_F(ProviderPin, CallbackIsAskedOnceAUse) {
     make();
-    struct Case {
+    const struct {
         const char* pin;
-        DWORD flags;
-        DWORD code;
+        DWORD flags, code;
         int asked;
         const char* left;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {nullptr, 0, SCARD_W_CANCELLED_BY_USER, 1, "3\n"},
         {"", 0, SCARD_W_CANCELLED_BY_USER, 1, "3\n"},
         {rightPin, CRYPT_SILENT, NTE_SILENT_CONTEXT, 0, "3\n"},
@@ -236,7 +230,7 @@ TEST_F(ProviderPin, CallbackIsAskedOnceAUse) {
         {rightPin, 0, SCARD_W_CHV_BLOCKED, 0, "0\n"},
         {rightPin, CRYPT_SILENT, SCARD_W_CHV_BLOCKED, 0, "0\n"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Answer answer{c.pin};
         QXCryptSetPinCallback(Answer::give, &answer);
         EXPECT_EQ(userKey(open(c.flags)), c.code);
@@ -264,11 +258,8 @@ TEST_F(ProviderPin, CallbackServesSigningButNotTheState) {
 
 TEST_F(ProviderPin, ProviderChangesByItsOwnDialogue) {
     make();
-    PinParam auth;
-    auth.kind = 4;
-    const auto change = [&](HCRYPTPROV context) {
-        return codeOf(
-            CryptSetProvParam(context, PP_CHANGE_AUTH, reinterpret_cast<const BYTE*>(&auth), 0));
+    const auto change = [](HCRYPTPROV context) {
+        return codeOf(setPin(context, PP_CHANGE_AUTH, nullptr, 4));
     };
     const Context context = open();
     ASSERT_TRUE(setPin(context, PP_SET_AUTH, rightPin));
@@ -304,12 +295,7 @@ TEST_F(ProviderPin, OddRecordsAreRefused) {
     EXPECT_EQ(codeOf(setPin(context, PP_SET_AUTH, (longest + "7").c_str())), NTE_BAD_LEN);
     EXPECT_EQ(codeOf(CryptSetProvParam(context, PP_SET_AUTH, nullptr, 0)), ERROR_INVALID_PARAMETER);
     for (const BYTE kind : {1, 2, 3, 4, 5, 6, 255}) {
-        PinParam auth;
-        auth.kind = kind;
-        auth.text = rightPin;
-        EXPECT_EQ(codeOf(CryptSetProvParam(context, PP_SET_AUTH,
-                                           reinterpret_cast<const BYTE*>(&auth), 0)),
-                  NTE_BAD_TYPE);
+        EXPECT_EQ(codeOf(setPin(context, PP_SET_AUTH, rightPin, kind)), NTE_BAD_TYPE);
     }
     EXPECT_EQ(codeOf(setPin(context, PP_NAME, rightPin)), NTE_BAD_TYPE);
     EXPECT_EQ(codeOf(setPin(context, PP_CHANGE_AUTH, "new")), SCARD_W_WRONG_CHV);
@@ -342,7 +328,7 @@ TEST_F(ProviderPin, NoFileHoldsThePin) {
     ASSERT_TRUE(setPin(context, PP_CHANGE_AUTH, pin.c_str()));
     tryPin((pin + "x").c_str());
     int files = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(home())) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(file(""))) {
         if (!entry.is_regular_file()) continue;
         ++files;
         const Bytes content = readFile(entry.path());

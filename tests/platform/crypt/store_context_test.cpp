@@ -144,13 +144,11 @@ TEST(StoreContext, WhatDoesNotDecodeIsRefused) {
     longer.push_back(0);
     EXPECT_FALSE(certificateOf(longer));
     EXPECT_FALSE(certificateOf(file("plain.crl")));
-    EXPECT_EQ(CertCreateCRLContext(CERT_ENCODING, good.data(), static_cast<DWORD>(good.size())),
-              nullptr);
+    EXPECT_FALSE(crlOf(good));
     EXPECT_EQ(CertCreateCertificateContext(CERT_ENCODING, nullptr, 5), nullptr);
     EXPECT_EQ(CertCreateCertificateContext(CERT_ENCODING, good.data(), 0), nullptr);
-    EXPECT_EQ(CertCreateCertificateContext(2, good.data(), static_cast<DWORD>(good.size())),
-              nullptr);
-    EXPECT_EQ(GetLastError(), E_INVALIDARG);
+    EXPECT_EQ(codeOf(CertCreateCertificateContext(2, good.data(), static_cast<DWORD>(good.size()))),
+              E_INVALIDARG);
 }
 
 TEST(StoreContext, AnyFlippedOctetIsReadOrRefusedInsideItsMemory) {
@@ -162,8 +160,7 @@ TEST(StoreContext, AnyFlippedOctetIsReadOrRefusedInsideItsMemory) {
                 bad[i] ^= flip;
                 Bytes exact(bad);  // no spare capacity behind it for a sanitizer to miss
                 certificateOf(exact);
-                Crl(CertCreateCRLContext(CERT_ENCODING, exact.data(),
-                                         static_cast<DWORD>(exact.size())));
+                crlOf(exact);
             }
         }
     }
@@ -176,30 +173,30 @@ TEST(StoreContext, ReferencesAreCounted) {
     first.reset();
     EXPECT_EQ(bytesOf(*second), file("alice.cer"));
     EXPECT_TRUE(CertFreeCertificateContext(nullptr));
-    EXPECT_EQ(CertDuplicateCertificateContext(nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), E_INVALIDARG);
+    EXPECT_EQ(codeOf(CertDuplicateCertificateContext(nullptr)), E_INVALIDARG);
 }
 
 TEST(StoreContext, PropertiesOfAContextAlone) {
     Certificate context = certificate("alice");
     DWORD length = 0;
-    EXPECT_FALSE(CertGetCertificateContextProperty(context.get(), 0x8001, nullptr, &length));
-    EXPECT_EQ(GetLastError(), CRYPT_E_NOT_FOUND);
+    EXPECT_EQ(codeOf(CertGetCertificateContextProperty(context.get(), 0x8001, nullptr, &length)),
+              CRYPT_E_NOT_FOUND);
     ASSERT_TRUE(setProperty(context, 0x8001, {1, 2, 3}));
     EXPECT_EQ(property(context, 0x8001), (Bytes{1, 2, 3}));
     BYTE small[2];
     length = 2;
-    EXPECT_FALSE(CertGetCertificateContextProperty(context.get(), 0x8001, small, &length));
-    EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
+    EXPECT_EQ(codeOf(CertGetCertificateContextProperty(context.get(), 0x8001, small, &length)),
+              ERROR_MORE_DATA);
     EXPECT_EQ(length, 3u);
     ASSERT_TRUE(setProperty(context, CERT_SHA1_HASH_PROP_ID, {9}));
     EXPECT_EQ(property(context, CERT_SHA1_HASH_PROP_ID), Bytes{9});
     EXPECT_TRUE(CertSetCertificateContextProperty(context.get(), 0x8001, 0, nullptr));
     EXPECT_FALSE(CertGetCertificateContextProperty(context.get(), 0x8001, nullptr, &length));
     Crl list = crl("plain");
-    CRYPT_DATA_BLOB blob{3, const_cast<BYTE*>(reinterpret_cast<const BYTE*>("url"))};
+    Bytes url = {'u', 'r', 'l'};
+    CRYPT_DATA_BLOB blob = blobOf(url);
     EXPECT_TRUE(CertSetCRLContextProperty(list.get(), 0x8001, 0, &blob));
-    EXPECT_EQ(property(list, CertGetCRLContextProperty, 0x8001), (Bytes{'u', 'r', 'l'}));
+    EXPECT_EQ(property(list, CertGetCRLContextProperty, 0x8001), url);
 }
 
 TEST(StoreContext, ThePlaceOfAPrivateKeyKeepsItsTexts) {
@@ -248,8 +245,7 @@ TEST(StoreContext, ThePrivateKeyIsOpenedByItsProperty) {
         return CryptAcquireCertificatePrivateKey(context.get(), 0, nullptr, &opened, &keySpec,
                                                  &callerFrees);
     };
-    EXPECT_FALSE(acquire());
-    EXPECT_EQ(GetLastError(), CRYPT_E_NO_KEY_PROPERTY);
+    EXPECT_EQ(codeOf(acquire()), CRYPT_E_NO_KEY_PROPERTY);
     std::wstring container = L"store-test";
     CRYPT_KEY_PROV_INFO info{container.data(), nullptr, PROV_ECDSA_PLAIN, 0, 0, nullptr, 2};
     ASSERT_TRUE(CertSetCertificateContextProperty(context.get(), 2, 0, &info));
@@ -262,8 +258,7 @@ TEST(StoreContext, ThePrivateKeyIsOpenedByItsProperty) {
     container = L"store-test-none";
     info.pwszContainerName = container.data();
     ASSERT_TRUE(CertSetCertificateContextProperty(context.get(), 2, 0, &info));
-    EXPECT_FALSE(acquire());
-    EXPECT_EQ(GetLastError(), NTE_BAD_KEYSET);
+    EXPECT_EQ(codeOf(acquire()), NTE_BAD_KEYSET);
 }
 
 }  // namespace

@@ -21,10 +21,14 @@ Bytes encode(std::size_t number, const void* data) {
     return der;
 }
 
+BOOL decode(std::size_t number, const Bytes& der, void* out, DWORD* length) {
+    return CryptDecodeObject(CERT_ENCODING, type(number), der.data(),
+                             static_cast<DWORD>(der.size()), 0, out, length);
+}
+
 TEST(StoreEncode, IntegersInTheirShortestForm) {
     struct {
-        Bytes little;
-        Bytes der;
+        Bytes little, der;
     } cases[] = {
         {{0}, {2, 1, 0}},
         {{0x7F}, {2, 1, 0x7F}},
@@ -36,7 +40,7 @@ TEST(StoreEncode, IntegersInTheirShortestForm) {
         {{0x34, 0x12}, {2, 2, 0x12, 0x34}},
     };
     for (auto& c : cases) {
-        CRYPT_DATA_BLOB blob{static_cast<DWORD>(c.little.size()), c.little.data()};
+        CRYPT_DATA_BLOB blob = blobOf(c.little);
         EXPECT_EQ(encode(X509_MULTI_BYTE_INTEGER, &blob), c.der);
         const unsigned char* in = c.der.data();
         ASN1_INTEGER* judged = d2i_ASN1_INTEGER(nullptr, &in, static_cast<long>(c.der.size()));
@@ -44,7 +48,7 @@ TEST(StoreEncode, IntegersInTheirShortestForm) {
         ASN1_INTEGER_free(judged);
     }
     Bytes wide(300, 0x5A);
-    CRYPT_DATA_BLOB blob{300, wide.data()};
+    CRYPT_DATA_BLOB blob = blobOf(wide);
     Bytes der = encode(X509_MULTI_BYTE_INTEGER, &blob);
     EXPECT_EQ(Bytes(der.begin(), der.begin() + 4), (Bytes{2, 0x82, 1, 44}));
     blob = {0, nullptr};
@@ -58,15 +62,11 @@ TEST(StoreEncode, NumbersBothWaysAndWhatIsNone) {
         for (std::size_t kind : {X509_INTEGER, X509_ENUMERATED}) {
             Bytes der = encode(kind, &number);
             DWORD back = ~number, length = sizeof back;
-            EXPECT_TRUE(CryptDecodeObject(CERT_ENCODING, type(kind), der.data(),
-                                          static_cast<DWORD>(der.size()), 0, &back, &length));
+            EXPECT_TRUE(decode(kind, der, &back, &length));
             EXPECT_EQ(back, number);
         }
     }
-    struct {
-        std::size_t kind;
-        Bytes der;
-    } bad[] = {
+    const std::pair<std::size_t, Bytes> bad[] = {
         {X509_ENUMERATED, {}},
         {X509_ENUMERATED, {0x0A}},
         {X509_ENUMERATED, {0x0A, 0}},
@@ -79,13 +79,11 @@ TEST(StoreEncode, NumbersBothWaysAndWhatIsNone) {
         {X509_AUTHORITY_KEY_ID, {0x30, 3, 0x80, 2, 1}},
         {X509_AUTHORITY_KEY_ID, {0x31, 0}},
     };
-    for (auto& c : bad) {
+    for (const auto& [kind, der] : bad) {
         DWORD length = 0;
         SetLastError(0);
-        EXPECT_FALSE(CryptDecodeObject(CERT_ENCODING, type(c.kind), c.der.data(),
-                                       static_cast<DWORD>(c.der.size()), 0, nullptr, &length))
-            << testing::PrintToString(c.der);
-        EXPECT_EQ(GetLastError(), CRYPT_E_ASN1_BADTAG);
+        EXPECT_EQ(codeOf(decode(kind, der, nullptr, &length)), CRYPT_E_ASN1_BADTAG)
+            << testing::PrintToString(der);
     }
 }
 
@@ -95,8 +93,7 @@ TEST(StoreEncode, SerialNumbersOfCertificatesGoThereAndBack) {
         Bytes der = encode(X509_MULTI_BYTE_INTEGER, &context->pCertInfo->SerialNumber);
         alignas(8) BYTE room[64];
         DWORD length = sizeof room;
-        ASSERT_TRUE(CryptDecodeObject(CERT_ENCODING, type(X509_MULTI_BYTE_INTEGER), der.data(),
-                                      static_cast<DWORD>(der.size()), 0, room, &length));
+        ASSERT_TRUE(decode(X509_MULTI_BYTE_INTEGER, der, room, &length));
         CRYPT_DATA_BLOB back;
         std::memcpy(&back, room, sizeof back);
         EXPECT_EQ(bytesOf(back), bytesOf(context->pCertInfo->SerialNumber));
@@ -109,9 +106,9 @@ TEST(StoreEncode, AuthorityKeyIdentifiersAreReadAndWritten) {
     Bytes keyId = {1, 2, 3, 4}, name = bytesOf(ca->pCertInfo->Issuer), serial = {0x80, 0};
     for (int parts = 0; parts < 8; ++parts) {
         CERT_AUTHORITY_KEY_ID_INFO info{};
-        if (parts & 1) info.KeyId = {4, keyId.data()};
-        if (parts & 2) info.CertIssuer = {static_cast<DWORD>(name.size()), name.data()};
-        if (parts & 4) info.CertSerialNumber = {2, serial.data()};
+        if (parts & 1) info.KeyId = blobOf(keyId);
+        if (parts & 2) info.CertIssuer = blobOf(name);
+        if (parts & 4) info.CertSerialNumber = blobOf(serial);
         Bytes der = encode(X509_AUTHORITY_KEY_ID, &info);
         const unsigned char* in = der.data();
         std::unique_ptr<AUTHORITY_KEYID, decltype(&AUTHORITY_KEYID_free)> judged(
@@ -125,17 +122,14 @@ TEST(StoreEncode, AuthorityKeyIdentifiersAreReadAndWritten) {
         }
         alignas(8) BYTE room[512];
         DWORD length = sizeof room;
-        ASSERT_TRUE(CryptDecodeObject(CERT_ENCODING, type(X509_AUTHORITY_KEY_ID), der.data(),
-                                      static_cast<DWORD>(der.size()), 0, room, &length));
+        ASSERT_TRUE(decode(X509_AUTHORITY_KEY_ID, der, room, &length));
         CERT_AUTHORITY_KEY_ID_INFO back;
         std::memcpy(&back, room, sizeof back);
         EXPECT_EQ(bytesOf(back.KeyId), parts & 1 ? keyId : Bytes{});
         EXPECT_EQ(bytesOf(back.CertIssuer), parts & 2 ? name : Bytes{});
         EXPECT_EQ(bytesOf(back.CertSerialNumber), parts & 4 ? serial : Bytes{});
         DWORD less = length - 1;
-        EXPECT_FALSE(CryptDecodeObject(CERT_ENCODING, type(X509_AUTHORITY_KEY_ID), der.data(),
-                                       static_cast<DWORD>(der.size()), 0, room, &less));
-        EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
+        EXPECT_EQ(codeOf(decode(X509_AUTHORITY_KEY_ID, der, room, &less)), ERROR_MORE_DATA);
         EXPECT_EQ(less, length);
     }
 }

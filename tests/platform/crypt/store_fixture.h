@@ -50,6 +50,9 @@ inline Bytes file(const std::string& name) {
     return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
+/// The code of a call that must fail; ERROR_SUCCESS when it succeeded.
+inline DWORD codeOf(bool result) { return result ? ERROR_SUCCESS : GetLastError(); }
+
 inline Certificate certificateOf(const Bytes& der) {
     return Certificate(
         CertCreateCertificateContext(CERT_ENCODING, der.data(), static_cast<DWORD>(der.size())));
@@ -57,11 +60,14 @@ inline Certificate certificateOf(const Bytes& der) {
 inline Certificate certificate(const std::string& name) {
     return certificateOf(file(name + ".cer"));
 }
-inline Crl crl(const std::string& name) {
-    Bytes der = file(name + ".crl");
+inline Crl crlOf(const Bytes& der) {
     return Crl(CertCreateCRLContext(CERT_ENCODING, der.data(), static_cast<DWORD>(der.size())));
 }
+inline Crl crl(const std::string& name) { return crlOf(file(name + ".crl")); }
 
+inline CRYPT_DATA_BLOB blobOf(Bytes& bytes) {
+    return {static_cast<DWORD>(bytes.size()), bytes.data()};
+}
 inline Bytes bytesOf(const CRYPT_DATA_BLOB& blob) {
     return {blob.pbData, blob.pbData + blob.cbData};
 }
@@ -109,7 +115,7 @@ inline Bytes property(const Certificate& context, DWORD id) {
     return property(context, CertGetCertificateContextProperty, id);
 }
 inline BOOL setProperty(const Certificate& context, DWORD id, Bytes content) {
-    CRYPT_DATA_BLOB blob{static_cast<DWORD>(content.size()), content.data()};
+    CRYPT_DATA_BLOB blob = blobOf(content);
     return CertSetCertificateContextProperty(context.get(), id, 0, &blob);
 }
 

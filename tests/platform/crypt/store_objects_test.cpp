@@ -1,10 +1,9 @@
-#include <sqlite3.h>
-
 #include <csignal>
 #include <cstring>
 #include <random>
 #include <thread>
 
+#include "tests/platform/Sql.h"
 #include "tests/platform/crypt/store_fixture.h"
 
 // Stores: opening, adding, searching and deleting, also by several processes at once.
@@ -73,11 +72,9 @@ TEST_F(StoreObjects, StaleAndForeignHandlesAreCodes) {
     }
     for (HCERTSTORE bad :
          {stale, static_cast<HCERTSTORE>(nullptr), static_cast<HCERTSTORE>(this)}) {
-        EXPECT_FALSE(CertCloseStore(bad, 0));
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(codeOf(CertCloseStore(bad, 0)), ERROR_INVALID_HANDLE);
         EXPECT_EQ(CertDuplicateStore(bad), nullptr);
-        EXPECT_EQ(CertEnumCertificatesInStore(bad, nullptr), nullptr);
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(codeOf(CertEnumCertificatesInStore(bad, nullptr)), ERROR_INVALID_HANDLE);
         EXPECT_FALSE(add(bad, certificate("alice")));
     }
     EXPECT_EQ(bytesOf(*inStore), alice);
@@ -87,8 +84,7 @@ TEST_F(StoreObjects, StaleAndForeignHandlesAreCodes) {
     EXPECT_TRUE(CertCloseStore(duplicate, CERT_CLOSE_CHECK));
     duplicate = CertDuplicateStore(checked);
     EXPECT_TRUE(CertCloseStore(duplicate, 0));
-    EXPECT_FALSE(CertCloseStore(checked, CERT_CLOSE_CHECK));
-    EXPECT_EQ(GetLastError(), CRYPT_E_PENDING_CLOSE);
+    EXPECT_EQ(codeOf(CertCloseStore(checked, CERT_CLOSE_CHECK)), CRYPT_E_PENDING_CLOSE);
 }
 
 TEST_F(StoreObjects, Dispositions) {
@@ -123,8 +119,7 @@ TEST_F(StoreObjects, Dispositions) {
             EXPECT_EQ(property(owned, 0x8001), c.left);
         }
         if (c.disposition == CERT_STORE_ADD_NEW) {
-            EXPECT_FALSE(add(store, again));
-            EXPECT_EQ(GetLastError(), CRYPT_E_EXISTS);
+            EXPECT_EQ(codeOf(add(store, again)), CRYPT_E_EXISTS);
         }
         EXPECT_THAT(found(store), ElementsAre(alice, bob));
         Certificate present(CertEnumCertificatesInStore(store, nullptr));
@@ -162,9 +157,9 @@ TEST_F(StoreObjects, EverySearchFindsWhatItNamesInStoreOrder) {
     EXPECT_EQ(found(store, CERT_FIND_ISSUER_NAME, &info.Issuer).size(), 3u);
     for (DWORD type :
          {CERT_FIND_SHA1_HASH, CERT_FIND_EXISTING, CERT_FIND_PUBLIC_KEY, DWORD{0x70000}}) {
-        EXPECT_EQ(CertFindCertificateInStore(store, CERT_ENCODING, 0, type, nullptr, nullptr),
-                  nullptr);
-        EXPECT_EQ(GetLastError(), E_INVALIDARG);
+        EXPECT_EQ(
+            codeOf(CertFindCertificateInStore(store, CERT_ENCODING, 0, type, nullptr, nullptr)),
+            E_INVALIDARG);
     }
 }
 
@@ -197,14 +192,13 @@ TEST_F(StoreObjects, WalksOverPagesMeetEachObjectOnceWhateverHappensMeanwhile) {
     PCCERT_CONTEXT from = CertFindCertificateInStore(store, CERT_ENCODING, 0, CERT_FIND_EXISTING,
                                                      last.get(), nullptr);
     ASSERT_NE(from, nullptr);
-    EXPECT_EQ(CertEnumCertificatesInStore(store, from), nullptr);
-    EXPECT_EQ(GetLastError(), CRYPT_E_NOT_FOUND);
+    EXPECT_EQ(codeOf(CertEnumCertificatesInStore(store, from)), CRYPT_E_NOT_FOUND);
     OpenStore another(L"CA", user);
-    EXPECT_EQ(CertEnumCertificatesInStore(another, CertEnumCertificatesInStore(store, nullptr)),
-              nullptr);
-    EXPECT_EQ(GetLastError(), E_INVALIDARG);
-    EXPECT_EQ(CertEnumCertificatesInStore(store, certificate("alice").release()), nullptr);
-    EXPECT_EQ(GetLastError(), E_INVALIDARG);
+    EXPECT_EQ(
+        codeOf(CertEnumCertificatesInStore(another, CertEnumCertificatesInStore(store, nullptr))),
+        E_INVALIDARG);
+    EXPECT_EQ(codeOf(CertEnumCertificatesInStore(store, certificate("alice").release())),
+              E_INVALIDARG);
 }
 
 TEST_F(StoreObjects, TheUsersViewHoldsTheMachinesObjects) {
@@ -223,10 +217,9 @@ TEST_F(StoreObjects, TheUsersViewHoldsTheMachinesObjects) {
     ASSERT_TRUE(setProperty(find(machines), 0x8001, {5}));
     EXPECT_EQ(property(find(users), 0x8001), Bytes{5});
     auto refused = [&] {
-        EXPECT_FALSE(setProperty(find(users), 0x8001, {6}));
-        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-        EXPECT_FALSE(CertDeleteCertificateFromStore(find(users).release()));
-        EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(codeOf(setProperty(find(users), 0x8001, {6})), ERROR_ACCESS_DENIED);
+        EXPECT_EQ(codeOf(CertDeleteCertificateFromStore(find(users).release())),
+                  ERROR_ACCESS_DENIED);
         EXPECT_EQ(property(find(machines), 0x8001), Bytes{5});
     };
     refused();
@@ -244,21 +237,16 @@ TEST_F(StoreObjects, ReadOnlyStoresRefuseChanges) {
     OpenStore writable(L"My", user);
     ASSERT_TRUE(add(writable, certificate("alice")));
     OpenStore store(L"My", user | CERT_STORE_READONLY | CERT_STORE_OPEN_EXISTING);
-    EXPECT_FALSE(add(store, certificate("bob")));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(codeOf(add(store, certificate("bob"))), ERROR_ACCESS_DENIED);
     Certificate present(CertEnumCertificatesInStore(store, nullptr));
-    EXPECT_FALSE(setProperty(present, 0x8001, {1}));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_FALSE(CertDeleteCertificateFromStore(present.release()));
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(codeOf(setProperty(present, 0x8001, {1})), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(codeOf(CertDeleteCertificateFromStore(present.release())), ERROR_ACCESS_DENIED);
     EXPECT_THAT(found(store), ElementsAre(alice));
-    EXPECT_FALSE(CertDeleteCertificateFromStore(certificate("alice").release()));
-    EXPECT_EQ(GetLastError(), E_INVALIDARG);
+    EXPECT_EQ(codeOf(CertDeleteCertificateFromStore(certificate("alice").release())), E_INVALIDARG);
     Certificate one(CertEnumCertificatesInStore(writable, nullptr));
     EXPECT_TRUE(CertDeleteCertificateFromStore(CertDuplicateCertificateContext(one.get())));
     EXPECT_FALSE(setProperty(one, 0x8001, {1}));
-    EXPECT_FALSE(CertDeleteCertificateFromStore(one.release()));
-    EXPECT_EQ(GetLastError(), CRYPT_E_NOT_FOUND);
+    EXPECT_EQ(codeOf(CertDeleteCertificateFromStore(one.release())), CRYPT_E_NOT_FOUND);
 }
 
 TEST_F(StoreObjects, CrlsStandBesideCertificates) {
@@ -267,8 +255,9 @@ TEST_F(StoreObjects, CrlsStandBesideCertificates) {
     for (const char* name : {"plain", "keyid"}) {
         EXPECT_TRUE(CertAddCRLContextToStore(store, crl(name).get(), CERT_STORE_ADD_NEW, nullptr));
     }
-    EXPECT_FALSE(CertAddCRLContextToStore(store, crl("plain").get(), CERT_STORE_ADD_NEW, nullptr));
-    EXPECT_EQ(GetLastError(), CRYPT_E_EXISTS);
+    EXPECT_EQ(
+        codeOf(CertAddCRLContextToStore(store, crl("plain").get(), CERT_STORE_ADD_NEW, nullptr)),
+        CRYPT_E_EXISTS);
     std::vector<Bytes> all;
     PCCRL_CONTEXT next = nullptr;
     while ((next = CertEnumCRLsInStore(store, next))) all.push_back(bytesOf(*next));
@@ -293,8 +282,7 @@ TEST_F(StoreObjects, NamesOfStores) {
         std::wstring name(length, L'#');
         ASSERT_TRUE(CertEnumSystemStoreNames(user, i, name.data(), &length));
         --length;
-        EXPECT_FALSE(CertEnumSystemStoreNames(user, i, name.data(), &length));
-        EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
+        EXPECT_EQ(codeOf(CertEnumSystemStoreNames(user, i, name.data(), &length)), ERROR_MORE_DATA);
         names.push_back(name.c_str());
     }
     CertEnumSystemStoreNames(user, 3, nullptr, &length);
@@ -356,21 +344,14 @@ TEST_F(StoreObjects, AKilledWriterLeavesWholeObjects) {
 }
 
 TEST_F(StoreObjects, ADamagedStoreFailsAndADamagedObjectIsPassedOver) {
-    auto sql = [&](const char* text) {
-        sqlite3* database = nullptr;
-        sqlite3_open((home.path() / "user/pkixcmp.db").c_str(), &database);
-        sqlite3_exec(database, text, nullptr, nullptr, nullptr);
-        sqlite3_close(database);
-    };
+    const auto database = home.path() / "user/pkixcmp.db";
     OpenStore store(L"My", user);
     for (const char* name : {"alice", "bob", "carol"}) ASSERT_TRUE(add(store, certificate(name)));
-    sql("UPDATE objects SET encoded=x'3003020100' WHERE id=2");
+    sql(database, "UPDATE objects SET encoded=x'3003020100' WHERE id=2");
     EXPECT_THAT(found(store), ElementsAre(alice, carol));
-    sql("DROP TABLE objects");
-    EXPECT_EQ(CertEnumCertificatesInStore(store, nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), ERROR_FILE_CORRUPT);
-    EXPECT_FALSE(add(store, certificate("alice")));
-    EXPECT_EQ(GetLastError(), ERROR_FILE_CORRUPT);
+    sql(database, "DROP TABLE objects");
+    EXPECT_EQ(codeOf(CertEnumCertificatesInStore(store, nullptr)), ERROR_FILE_CORRUPT);
+    EXPECT_EQ(codeOf(add(store, certificate("alice"))), ERROR_FILE_CORRUPT);
 }
 
 TEST_F(StoreObjects, TheMachinesSideNeedsRightsOnlyToBeWritten) {

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
 
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <thread>
 
 #include "tests/TempHome.h"
+#include "tests/platform/Sql.h"
 
 using namespace storage;
 using testing::Each;
@@ -41,13 +41,6 @@ std::optional<Fault> faultOf(Call&& call) {
     } catch (const Error& error) {
         return error.fault;
     }
-}
-
-void sql(const std::filesystem::path& folder, const char* statement) {
-    sqlite3* database = nullptr;
-    sqlite3_open((folder / "pkixcmp.db").c_str(), &database);
-    sqlite3_exec(database, statement, nullptr, nullptr, nullptr);
-    sqlite3_close(database);
 }
 
 TEST(Storage, AThreadHoldsOneStateAtATime) {
@@ -89,7 +82,7 @@ TEST(Storage, FaultsAreTold) {
     for (auto& c : cases) {
         TempHome home;
         write(home.path(), "k", "1");
-        std::thread([&] { sql(home.path(), c.damage); }).join();
+        std::thread([&] { sql(home.path() / "pkixcmp.db", c.damage); }).join();
         std::thread([&] {
             EXPECT_EQ(faultOf([&] { read(home.path(), "k", "v"); }), c.fault) << c.damage;
             EXPECT_EQ(faultOf([&] { write(home.path(), "k", "2"); }), c.fault) << c.damage;
@@ -217,10 +210,8 @@ TEST(Storage, BigObjectsEndAPageEarlyAndNothingIsLeftOut) {
         Access state = openForWriting(home.path());
         for (std::uint8_t i = 0; i < 12; ++i) {
             all.emplace_back(400'000, i);
-            NewObject object;
-            object.kind = ObjectKind::crl;
-            object.encoded = all.back();
-            object.hash = hash;  // shared by all: only the bytes tell them apart
+            // The hash is shared by all: only the bytes tell them apart.
+            const NewObject object{ObjectKind::crl, all.back(), hash, {}, {}, {}, {}};
             EXPECT_FALSE(state.stores().add("CA", object, IfPresent::refuse).wasPresent);
         }
         NewObject again{ObjectKind::crl, all[3], hash, {}, {}, {}, {}};
@@ -232,10 +223,8 @@ TEST(Storage, BigObjectsEndAPageEarlyAndNothingIsLeftOut) {
     for (Page page{{}, true}; page.more;) {
         page = state.stores().find({"CA", ObjectKind::crl, SearchBy::hash, hash}, after, 64);
         EXPECT_LE(page.objects.size(), 3u);
-        for (StoredObject& object : page.objects) {
-            after = object.row;
-            found.push_back(std::move(object.encoded));
-        }
+        for (const StoredObject& object : page.objects) found.push_back(object.encoded);
+        if (!page.objects.empty()) after = page.objects.back().row;
     }
     EXPECT_EQ(found, all);
 }

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -14,7 +13,9 @@
 
 #include "platform/support/Support.h"
 #include "tests/TempHome.h"
+#include "tests/platform/Sql.h"
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 
 namespace {
@@ -32,14 +33,13 @@ Value find(const char* path) {
     return Value(value);
 }
 
-template <class Getter>
-std::string textOf(const TSupportRegistrySearchValue* value, Getter getter) {
+template <class Char>
+std::string textOf(const TSupportRegistrySearchValue* value,
+                   int (*getter)(const TSupportRegistrySearchValue*, std::size_t*, Char*)) {
     std::size_t count = 0;
     if (getter(value, &count, nullptr) != 0) return "<fails>";
     std::string text(count + 1, '#');
-    if (getter(value, &count, reinterpret_cast<decltype(+text.data())>(text.data())) != 0) {
-        return "<fails>";
-    }
+    if (getter(value, &count, reinterpret_cast<Char*>(text.data())) != 0) return "<fails>";
     text.resize(count);
     return text;
 }
@@ -89,16 +89,16 @@ TEST(Settings, EveryTypeComesBackAndNoOtherGetterTakesIt) {
                  {"\\local\\a\\longlong", 3}, {"\\local\\a\\bool", 4},
                  {"\\local\\a\\hex", 5},      {"\\local\\a\\hexempty", 5},
                  {"\\local\\a\\multi", 6},    {"\\local\\a\\multiempty", 6}};
+    std::size_t count = 0;
+    long l = 0;
+    long long ll = 0;
+    bool b = false;
     for (auto& c : cases) {
         Value value = find(c.path);
         ASSERT_TRUE(value) << c.path;
         int type = -1;
         EXPECT_EQ(support_registry_value_type(value.get(), &type), 0);
         EXPECT_EQ(type, c.type) << c.path;
-        std::size_t count = 0;
-        long l;
-        long long ll;
-        bool b;
         auto expected = [&](int t) { return t == c.type ? SUPPORT_OK : SUPPORT_BAD_TYPE; };
         EXPECT_EQ(support_registry_value_string(value.get(), &count, nullptr), expected(1));
         EXPECT_EQ(support_registry_value_long(value.get(), &l), expected(2));
@@ -106,27 +106,17 @@ TEST(Settings, EveryTypeComesBackAndNoOtherGetterTakesIt) {
         EXPECT_EQ(support_registry_value_bool(value.get(), &b), expected(4));
         EXPECT_EQ(support_registry_value_hex(value.get(), &count, nullptr), expected(5));
         EXPECT_EQ(support_registry_value_multi_string(value.get(), &count, nullptr), expected(6));
-        if (c.type == 2) {
-            EXPECT_EQ(l, LONG_MIN);
-        }
-        if (c.type == 3) {
-            EXPECT_EQ(ll, LLONG_MAX);
-        }
-        if (c.type == 4) {
-            EXPECT_TRUE(b);
-        }
     }
+    EXPECT_EQ(l, LONG_MIN);
+    EXPECT_EQ(ll, LLONG_MAX);
+    EXPECT_TRUE(b);
     EXPECT_EQ(stringAt("\\local\\a\\string"), "текст");
-    EXPECT_EQ(textOf(find("\\local\\a\\hexempty").get(),
-                     [](auto* v, std::size_t* n, char* p) {
-                         return support_registry_value_hex(v, n,
-                                                           reinterpret_cast<unsigned char*>(p));
-                     }),
-              "");
+    EXPECT_EQ(textOf(find("\\local\\a\\hex").get(), support_registry_value_hex), "\0\1\xFF"s);
+    EXPECT_EQ(textOf(find("\\local\\a\\hexempty").get(), support_registry_value_hex), "");
     EXPECT_EQ(textOf(find("\\local\\a\\multi").get(), support_registry_value_multi_string),
-              std::string("one\0two\0\0", 9));
+              "one\0two\0\0"s);
     EXPECT_EQ(textOf(find("\\local\\a\\multiempty").get(), support_registry_value_multi_string),
-              std::string("\0\0", 2));
+              "\0\0"s);
     long number = 0;
     EXPECT_EQ(support_registry_get_long("\\local\\a\\long", &number), 0);
     EXPECT_EQ(number, LONG_MIN);
@@ -279,6 +269,8 @@ const char* increment(const char* present, void*) {
     return next.c_str();
 }
 
+int addOne(const char* path) { return support_registry_update_string(path, increment, nullptr); }
+
 TEST(Settings, UpdatesOfManyProcessesAndThreadsAllCount) {
     TempHome home;
     constexpr int processes = 4, threads = 2, updates = 60;
@@ -287,10 +279,7 @@ TEST(Settings, UpdatesOfManyProcessesAndThreadsAllCount) {
     auto codes = runChildren(processes, [&](int) {
         std::atomic<int> failures = 0;
         auto work = [&] {
-            for (int i = 0; i < updates; ++i) {
-                failures +=
-                    support_registry_update_string("\\local\\ca\\certnum", increment, nullptr) != 0;
-            }
+            for (int i = 0; i < updates; ++i) failures += addOne("\\local\\ca\\certnum") != 0;
         };
         std::thread other(work);
         work();
@@ -307,8 +296,7 @@ TEST(Settings, UpdateRules) {
     EXPECT_EQ(support_registry_update_string("\\local\\n", keep, nullptr), 0);
     EXPECT_FALSE(find("\\local\\n"));
     ASSERT_EQ(support_registry_put_long("\\local\\long", 5), 0);
-    EXPECT_EQ(support_registry_update_string("\\local\\long", increment, nullptr),
-              SUPPORT_BAD_TYPE);
+    EXPECT_EQ(addOne("\\local\\long"), SUPPORT_BAD_TYPE);
     EXPECT_EQ(support_registry_update_string("\\local\\n", nullptr, nullptr), SUPPORT_INVALID);
     // The change may not come back into the settings it is changing: told, not hung.
     auto nested = [](const char*, void* code) -> const char* {
@@ -330,8 +318,7 @@ TEST(Settings, SurviveWritersKilledAtAnyMoment) {
         ASSERT_EQ(::pipe(pipes), 0);
         pid_t child = startChild([&] {
             for (;;) {
-                if (support_registry_update_string("\\local\\ca\\certnum", increment, nullptr) !=
-                        0 ||
+                if (addOne("\\local\\ca\\certnum") != 0 ||
                     support_registry_put_long("\\local\\ca\\other", round) != 0 ||
                     ::write(pipes[1], "x", 1) != 1) {
                     return 1;
@@ -360,17 +347,10 @@ TEST(Settings, AForkWithOtherThreadsAtWorkLosesNothing) {
     std::atomic<bool> stop = false;
     std::atomic<int> written = 0;
     std::thread writer([&] {
-        while (!stop) {
-            written += support_registry_update_string("\\local\\thread", increment, nullptr) == 0;
-        }
+        while (!stop) written += addOne("\\local\\thread") == 0;
     });
     for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(runChildren(1,
-                              [](int) {
-                                  return support_registry_update_string("\\local\\child", increment,
-                                                                        nullptr);
-                              }),
-                  std::vector<int>{0});
+        EXPECT_EQ(waitForChild(startChild([] { return addOne("\\local\\child"); })), 0);
     }
     stop = true;
     writer.join();
@@ -396,12 +376,6 @@ TEST(Settings, DamagedAndForeignDatabasesFailClearly) {
         std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
         stream.seekp(static_cast<std::streamoff>(at));
         stream << std::string(count, '\xA5');
-    };
-    auto sql = [](const std::filesystem::path& file, const char* text) {
-        sqlite3* database = nullptr;
-        sqlite3_open(file.c_str(), &database);
-        sqlite3_exec(database, text, nullptr, nullptr, nullptr);
-        sqlite3_close(database);
     };
     std::function<void(const std::filesystem::path&)> damages[] = {
         [&](auto& file) { overwrite(file, 0, 100); },
@@ -435,19 +409,14 @@ TEST(Settings, DamagedAndForeignDatabasesFailClearly) {
 TEST(Settings, ValuesOfNoTypeOfOursAreBad) {
     TempHome home;
     ASSERT_EQ(support_registry_put_string("\\local\\v", "text"), 0);
-    const auto sql = [&](const char* text) {
-        sqlite3* database = nullptr;
-        sqlite3_open((home.path() / "user/pkixcmp.db").c_str(), &database);
-        EXPECT_EQ(sqlite3_exec(database, text, nullptr, nullptr, nullptr), SQLITE_OK);
-        sqlite3_close(database);
-    };
-    sql("UPDATE settings SET content=7");
+    const auto file = home.path() / "user/pkixcmp.db";
+    sql(file, "UPDATE settings SET content=7");
     std::size_t count = 0;
     EXPECT_EQ(support_registry_value_string(find("\\local\\v").get(), &count, nullptr),
               SUPPORT_BAD_VALUE);
     // A list of strings that does not end as one would be read beyond its end.
     for (const char* content : {"x''", "x'00'", "x'6100'", "x'61'", "x'0061'"}) {
-        sql((std::string("UPDATE settings SET type=6, content=") + content).c_str());
+        sql(file, "UPDATE settings SET type=6, content="s + content);
         EXPECT_EQ(support_registry_value_multi_string(find("\\local\\v").get(), &count, nullptr),
                   SUPPORT_BAD_VALUE)
             << content;

@@ -52,10 +52,8 @@ TEST(Text, Utf8RoundTripsAtEveryLengthBoundary) {
 }
 
 TEST(Text, IllFormedUtf8IsReplacedOrRefused) {
-    struct {
-        std::string bytes;
-        std::wstring replaced;  // by maximal well-formed beginnings
-    } cases[] = {
+    // What replaces them: one character for each maximal well-formed beginning.
+    const std::pair<std::string, std::wstring> cases[] = {
         {"\x80", L"\uFFFD"},
         {"a\xC0\x80z", L"a\uFFFD\uFFFDz"},
         {"\xC2", L"\uFFFD"},
@@ -68,12 +66,12 @@ TEST(Text, IllFormedUtf8IsReplacedOrRefused) {
         {"\xF0\x9F\x98z", L"\uFFFDz"},
         {"\xFF", L"\uFFFD"},
     };
-    for (auto& c : cases) {
-        EXPECT_EQ(wideFromUtf8(c.bytes), c.replaced) << testing::PrintToString(c.bytes);
+    for (const auto& [bytes, replaced] : cases) {
+        EXPECT_EQ(wideFromUtf8(bytes), replaced) << testing::PrintToString(bytes);
         SetLastError(0);
         wchar_t out[8];
-        EXPECT_EQ(
-            MultiByteToWideChar(0, 0, c.bytes.data(), static_cast<int>(c.bytes.size()), out, 8), 0);
+        EXPECT_EQ(MultiByteToWideChar(0, 0, bytes.data(), static_cast<int>(bytes.size()), out, 8),
+                  0);
         EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
     }
     EXPECT_EQ(utf8FromWide(std::wstring(1, static_cast<wchar_t>(0xD800))), "\xEF\xBF\xBD");
