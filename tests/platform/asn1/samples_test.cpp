@@ -7,9 +7,11 @@
 
 #include "golden.h"
 
-// Objects made by other implementations. The samples lie outside the source tree.
+// Objects made by other implementations.
 
 namespace {
+
+#ifdef PKIXCMP_SAMPLES
 
 std::string fileBytes(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -41,10 +43,8 @@ const asn1::Type* typeOfSample(const std::filesystem::path& path) {
 }
 
 TEST(Samples, OfOtherImplementationsComeBackByteForByte) {
-    std::filesystem::path root = PKIXCMP_SOURCE_DIR "/../shared/samples";
-    if (!std::filesystem::exists(root)) GTEST_SKIP() << "no samples";
     int count = 0;
-    for (const auto& file : std::filesystem::recursive_directory_iterator(root)) {
+    for (const auto& file : std::filesystem::recursive_directory_iterator(PKIXCMP_SAMPLES)) {
         const asn1::Type* type = file.is_regular_file() ? typeOfSample(file.path()) : nullptr;
         if (type == nullptr) continue;
         std::string bytes = fileBytes(file.path());
@@ -62,12 +62,15 @@ TEST(Samples, OfOtherImplementationsComeBackByteForByte) {
     EXPECT_GT(count, 150);
 }
 
+#endif
+
 TEST(Samples, CertificatesOfTheSystemComeBackByteForByte) {
     BIO* bundle = BIO_new_file("/etc/ssl/certs/ca-certificates.crt", "r");
     ASSERT_NE(bundle, nullptr) << "install the package ca-certificates";
     char *name = nullptr, *header = nullptr;
     unsigned char* data = nullptr;
     long length = 0;
+    int count = 0;
     while (PEM_read_bio(bundle, &name, &header, &data, &length) == 1) {
         expectRoundTrip(typeNamed("Certificate"),
                         {reinterpret_cast<char*>(data), static_cast<std::size_t>(length)},
@@ -75,8 +78,10 @@ TEST(Samples, CertificatesOfTheSystemComeBackByteForByte) {
         OPENSSL_free(name);
         OPENSSL_free(header);
         OPENSSL_free(data);
+        ++count;
     }
     BIO_free(bundle);
+    EXPECT_GT(count, 50);
 }
 
 }  // namespace
