@@ -184,7 +184,7 @@ TEST_F(ProviderContainer, OpensslReadsKeys) {
     const auto folder = container("VAULT", "v");
     const std::string salt = "$(sed -n 's/^salt //p' " + (folder / "header").string() + ")";
     openssl("version; printf " + salt +
-            " | xxd -r -p | openssl dgst -sha256 -mac HMAC -macopt "
+            " | tr a-f A-F | basenc --base16 -d | openssl dgst -sha256 -mac HMAC -macopt "
             "hexkey:$(cat " +
             file("user/vault.key").string() + ") -r | cut -d' ' -f1 > pass");
     openssl("pkcs8 -in " + onlyFile(folder, ".pem").string() + " -passin file:pass -out v.pem");
