@@ -109,6 +109,23 @@ int keyUsageBit(std::string_view name) {
     return -1;
 }
 
+// Reads what stands inside a tag as the runtime does.
+template <class T>
+bool readByRuntime(ASN1CTXT* context, const std::string& name, std::string_view inner, T& out) {
+    const std::string text = "<" + name + ">" + std::string(inner) + "</" + name + ">";
+    return rtDecodeXer(context, Schema<T>::type, text, &out) >= 0;
+}
+
+// The digits that the bits are written as when one of them has no name.
+bool readBinaryKeyUsage(ASN1CTXT* context, XmlCursor text, void*& value) {
+    if (!opens(text, "KeyUsage")) return false;
+    const std::string_view digits = stripped(text.text());
+    if (digits.empty() || digits.find_first_not_of("01") != digits.npos) return false;
+    auto* usage = newValue<ASN1T_KeyUsage>(context);
+    value = usage;
+    return closes(text, "KeyUsage") && readByRuntime(context, "KeyUsage", digits, *usage);
+}
+
 // The tags of the bits up to the end tag; `last` becomes the highest bit, 0 when there is none.
 bool readKeyUsageBits(XmlCursor& text, std::uint8_t (&bits)[2], int& last) {
     std::string_view name;
@@ -124,6 +141,7 @@ bool readKeyUsageBits(XmlCursor& text, std::uint8_t (&bits)[2], int& last) {
 bool readKeyUsage(ASN1CTXT* context, XmlCursor& text, void*& value) {
     std::uint8_t bits[2] = {};
     int count = KEY_USAGE_BITS;
+    if (readBinaryKeyUsage(context, text, value)) return true;
     if (!text.atEnd()) {
         int last = 0;
         std::string_view name;
@@ -195,14 +213,10 @@ bool readInvalidityDate(ASN1CTXT* context, XmlCursor& text, void*& value) {
     return true;
 }
 
-// Decimal or "0x" text of a number that is not negative, in the form of the records; null when it
-// is none.
-const char* numberText(ASN1CTXT* context, std::string_view text) {
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    if (hexadecimal) text.remove_prefix(2);
+// Hexadecimal digits of a number in the form of the records; null when they are none.
+const char* numberText(ASN1CTXT* context, std::string_view digits) {
     ASN1BigInt number;
-    if (rtBigIntSetStr(context, &number, std::string(text).c_str(), hexadecimal ? 16 : 10) < 0 ||
-        number.sign < 0) {
+    if (rtBigIntSetStr(context, &number, std::string(digits).c_str(), 16) < 0 || number.sign < 0) {
         return nullptr;
     }
     if (number.mag.empty()) number.mag.push_back('\0');
@@ -219,8 +233,11 @@ bool readCrlNumber(ASN1CTXT* context, XmlCursor& text, void*& value) {
     std::string_view inner;
     if (!readInner(text, "CRLNumber", inner)) return false;
     auto* record = newValue<ASN1T_CRLNumber>(context);
-    record->value = numberText(context, inner);
     value = record;
+    if (!inner.starts_with("0x") && !inner.starts_with("0X")) {
+        return readByRuntime(context, "CRLNumber", inner, *record);
+    }
+    record->value = numberText(context, inner.substr(2));
     return record->value != nullptr;
 }
 
