@@ -33,50 +33,52 @@ std::wstring quote(const std::wstring& text) {
 CACMPT_AttributeTypeAndValue::CACMPT_AttributeTypeAndValue(const std::wstring& typeText,
                                                            const std::wstring& valueText,
                                                            unsigned long& position,
-                                                           CACMPT_StringType type,
+                                                           CACMPT_StringType stringType,
                                                            unsigned int flags)
     : CACMPT_AttributeTypeAndValue(
-          CACMPT_ATAVRegister::makeATAV(typeText, valueText, position, type, flags)) {}
+          CACMPT_ATAVRegister::makeATAV(typeText, valueText, position, stringType, flags)) {}
 
 CACMPT_AttributeTypeAndValue::CACMPT_AttributeTypeAndValue(const std::wstring& text,
                                                            unsigned long& position,
-                                                           CACMPT_StringType type,
+                                                           CACMPT_StringType stringType,
                                                            unsigned int flags)
-    : CACMPT_AttributeTypeAndValue(CACMPT_ATAVRegister::makeATAV(text, position, type, flags)) {}
+    : CACMPT_AttributeTypeAndValue(
+          CACMPT_ATAVRegister::makeATAV(text, position, stringType, flags)) {}
 
 std::wstring CACMPT_AttributeTypeAndValue::get_type_str(unsigned int flags) const {
-    if ((flags & CACMPT_NAME_TYPE_MASK) == CACMPT_NAME_OID_TYPE) return towstring(type_);
-    return CACMPT_ATAVRegister::typeToStr(type_);
+    if ((flags & CACMPT_NAME_TYPE_MASK) == CACMPT_NAME_OID_TYPE) return towstring(type);
+    return CACMPT_ATAVRegister::typeToStr(type);
 }
 
 std::wstring CACMPT_AttributeTypeAndValue::get_value_str(unsigned int flags) const {
-    std::wstring text = CACMPT_ATAVRegister::valueToStr(type_, value_);
+    std::wstring text = CACMPT_ATAVRegister::valueToStr(type, value);
     bool bare = (flags & CACMPT_NAME_NO_QUOTING) != 0 || !needsQuotes(text);
     return bare ? text : quote(text);
 }
 
 void CACMPT_AttributeTypeAndValue::set_type_str(const std::wstring& text) {
-    type_ = CACMPT_ATAVRegister::typeFromStr(text);
+    type = CACMPT_ATAVRegister::typeFromStr(text);
 }
 
-void CACMPT_AttributeTypeAndValue::set_value_str(const std::wstring& text, CACMPT_StringType type) {
+void CACMPT_AttributeTypeAndValue::set_value_str(const std::wstring& text,
+                                                 CACMPT_StringType stringType) {
     unsigned long position = 0;
-    CACMPT_BLOB value = CACMPT_ATAVRegister::valueFromStr(type_, text, position, type, 0);
+    CACMPT_BLOB encoded = CACMPT_ATAVRegister::valueFromStr(type, text, position, stringType, 0);
     if (position != capilite::NAME_END) {
         PKIXCMP_THROW(CryptException, CRYPT_E_INVALID_X500_STRING);
     }
-    value_ = std::move(value);
+    value = std::move(encoded);
 }
 
 std::wstring CACMPT_AttributeTypeAndValue::toString(unsigned int flags) const {
-    std::wstring value = get_value_str(flags);
-    if ((flags & CACMPT_NAME_TYPE_MASK) == CACMPT_NAME_VALUE_ONLY) return value;
-    return get_type_str(flags) + L'=' + value;
+    std::wstring text = get_value_str(flags);
+    if ((flags & CACMPT_NAME_TYPE_MASK) == CACMPT_NAME_VALUE_ONLY) return text;
+    return get_type_str(flags) + L'=' + text;
 }
 
 void CACMPT_AttributeTypeAndValue::fromString(const std::wstring& text, unsigned long& position,
-                                              CACMPT_StringType type, unsigned int flags) {
-    *this = CACMPT_AttributeTypeAndValue(text, position, type, flags);
+                                              CACMPT_StringType stringType, unsigned int flags) {
+    *this = CACMPT_AttributeTypeAndValue(text, position, stringType, flags);
 }
 
 CACMPT_BLOB CACMPT_AttributeTypeAndValue::encode() const {

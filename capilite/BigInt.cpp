@@ -91,6 +91,8 @@ void Serial2Blob(ASN1CTXT* context, CACMPT_BLOB& blob, const char* text) {
         PKIXCMP_THROW(Asn1Exception, rtErrGetText(context));
     }
     std::string& octets = number.mag;
+    // Zero is an octet, as in the serial number of a context: a blob of none stands for no number.
+    if (octets.empty()) octets.assign(1, '\0');
     if (number.sign > 0 && (octets.front() & 0x80) != 0) octets.insert(0, 1, '\0');
     std::reverse(octets.begin(), octets.end());
     blob.assign(octets);

@@ -95,8 +95,13 @@ void CACMPT_Name::fromString(const std::wstring& text, unsigned int flags,
     unsigned long own = 0;
     unsigned long& at = position ? *position : own;
     at = 0;
+    fromString(text, flags, at);
+}
+
+void CACMPT_Name::fromString(const std::wstring& text, unsigned int flags,
+                             unsigned long& position) {
     CACMPT_Name read;
-    readName(read, text, flags, at);
+    readName(read, text, flags, position);
     swap(read);
 }
 

@@ -56,6 +56,8 @@ public:
     /// text; the position, if given, receives where it ended.
     void fromString(const std::wstring& text, unsigned int flags,
                     unsigned long* position = nullptr);
+    /// Reads from the position on, and leaves it behind what was read, npos at the end.
+    void fromString(const std::wstring& text, unsigned int flags, unsigned long& position);
     std::wstring toString(unsigned int flags) const;
     CACMPT_BLOB encode() const;
     void decode(const CACMPT_BLOB& encoded);

@@ -153,7 +153,7 @@ TEST(BigInt, SerialsForTheCryptographicInterface) {
     const char* const cases[][2] = {
         {"0x80", "8000"},   {"0x080", "8000"}, {"0x7f", "7F"},
         {"0x0102", "0201"}, {"128", "8000"},   {"010", "08"},
-        {"0", ""},          {"-255", "FF"},    {"0x0ff00000000000000", "00000000000000FF00"},
+        {"0", "00"},        {"-255", "FF"},    {"0x0ff00000000000000", "00000000000000FF00"},
     };
     for (const auto& [text, expected] : cases) {
         ASN1CtxtRef ctxt;

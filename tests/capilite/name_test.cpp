@@ -441,6 +441,10 @@ TEST(Name, PositionsOfRdns) {
     EXPECT_FAILURE(rdn.fromString(text, 0, position), "CryptException 80092023");
     EXPECT_EQ(position, END);
     EXPECT_EQ(rdn.toString(0), L"C=RU");
+    CACMPT_Name name;
+    name.fromString(text, 0, position = 6);
+    EXPECT_EQ(name.toString(0), L"O=b + L=c, C=RU");
+    EXPECT_EQ(position, END);
 }
 
 }  // namespace

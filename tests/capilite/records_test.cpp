@@ -134,7 +134,7 @@ TEST(RecordHelpers, NullParameters) {
 TEST(RecordHelpers, IssuerAndSerialNumber) {
     CACMPT_PARSED_RDN issuer;
     issuer.assign(L"CN=a");
-    for (const char* serial : {"0x080", "0x01", "0x0102", "0x0ffffffffffffffffff"}) {
+    for (const char* serial : {"0x00", "0x080", "0x01", "0x0102", "0x0ffffffffffffffffff"}) {
         ASN1CtxtRef ctxt;
         CACMPT_BLOB number;
         Serial2Blob(ctxt.get(), number, serial);
