@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "capilite/AsnTime.h"
+#include "capilite/BigInt.h"
 #include "capilite/RecordHelpers.h"
 #include "pkixcmp/Client.h"
 #include "pkixcmp/MessageBuilding.h"
@@ -43,6 +44,14 @@ struct Draft {
     }
 };
 
+/// The text of a serial number as records hold it; one in decimal digits becomes hexadecimal. Any
+/// other is left for the encoder to judge: digits behind a zero might be meant as octal.
+const char* serialText(ASN1CTXT* ctxt, const char* text) {
+    ASN1BigInt number;
+    if (*text < '1' || *text > '9' || rtBigIntSetStr(ctxt, &number, text, 10) != 0) return text;
+    return BigIntegerToASN1String(ctxt, CACMPT_BigInteger(number.mag.data(), number.mag.size()));
+}
+
 /// Subject and serial number of the certificate that a request is about.
 void identify(Draft& draft, ASN1T_CertTemplate& details) {
     const RequestInfo& request = draft.request;
@@ -53,7 +62,7 @@ void identify(Draft& draft, ASN1T_CertTemplate& details) {
         PKIXCMP_THROW(Asn1EncodeException, "SerialNumber too long");
     }
     details.m.serialNumberPresent = true;
-    details.serialNumber = request.SerialNumber;
+    details.serialNumber = serialText(draft.ctxt, request.SerialNumber);
 }
 
 /// The one CertReqMsg of an ir or kur. Its key and proof come from the provider given; `proofKey`

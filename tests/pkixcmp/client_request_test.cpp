@@ -134,7 +134,9 @@ TEST_F(ClientRequestTest, RevocationsCarryWhatIsSet) {
         std::int32_t type;
         const char* serial;
         std::uint32_t reason;
+        const char* sent = nullptr;  // the serial where it is another text
     } cases[] = {{REQUEST_TYPE_REVOKE_CERTIFICATE, "0x12ab", 0},
+                 {REQUEST_TYPE_REVOKE_CERTIFICATE, "200", 0, "0x0c8"},
                  {REQUEST_TYPE_REVOKE_CERTIFICATE, "", ReasonFlags::certificateHold},
                  {REQUEST_TYPE_REVOKE_CERTIFICATE, "0x0ff", ReasonFlags::unused | 4},
                  {REQUEST_TYPE_RESUME_CERTIFICATE, "0x7f", 1}};
@@ -149,15 +151,18 @@ TEST_F(ClientRequestTest, RevocationsCarryWhatIsSet) {
                    : &message->body.u.rr->front();
         ASSERT_NE(details, nullptr);
         EXPECT_EQ(details->certDetails.m.serialNumberPresent, *c.serial != 0);
-        EXPECT_STREQ(details->certDetails.serialNumber, *c.serial ? c.serial : nullptr);
+        const char* const sent = c.sent ? c.sent : *c.serial ? c.serial : nullptr;
+        EXPECT_STREQ(details->certDetails.serialNumber, sent);
         EXPECT_EQ(details->m.revocationReasonPresent, !resume && c.reason != 0);
         for (std::uint32_t bit = 0; bit < 7; ++bit) {
             EXPECT_EQ(details->revocationReason.test(bit), !resume && (c.reason >> bit & 1));
         }
     }
     auto request = makeRequest(REQUEST_TYPE_REVOKE_CERTIFICATE);
-    std::strcpy(request->SerialNumber, "twelve");
-    EXPECT_ASN1_FAILURE(send(*client, *request));
+    for (const char* serial : {"twelve", "12x", "012", "-12"}) {
+        std::strcpy(request->SerialNumber, serial);
+        EXPECT_ASN1_FAILURE(send(*client, *request));
+    }
     std::memset(request->SerialNumber, '0', sizeof request->SerialNumber);
     EXPECT_NE(failure([&] { send(*client, *request); }), "none");
 }
