@@ -22,13 +22,20 @@ namespace {
     PKIXCMP_THROW(Asn1Exception, rtErrGetText(buffer.getCtxtPtr()));
 }
 
+/// The number that the text of "certnum" holds.
+SerialNumber lastNumber(const char* certnum) {
+    SerialNumber number;
+    if (!number.read(certnum)) PKIXCMP_THROW(Asn1DecodeException, "decode integer failed");
+    return number;
+}
+
 /// A serial number counted on from a text in the caller's hands, which moves at once.
 class CallersCounter {
 public:
     explicit CallersCounter(char* certnum) : certnum_(certnum) {}
 
     const SerialNumber& prepare(unsigned long long provider) {
-        number_ = SerialNumber(certnum_);
+        number_ = lastNumber(certnum_);
         number_.draw(provider);
         number_.count();
         number_.print(certnum_);
@@ -57,7 +64,7 @@ public:
     }
 
     const SerialNumber& prepare(unsigned long long provider) {
-        number_ = SerialNumber(before_.c_str());
+        number_ = lastNumber(before_.c_str());
         number_.draw(provider);
         number_.count();
         return number_;
@@ -94,7 +101,7 @@ private:
     const char* countOn(const char* present) noexcept {
         try {
             before_ = present;
-            SerialNumber next(present);
+            SerialNumber next = lastNumber(present);
             next.count();
             number_.takeCounter(next);
             number_.print(taken_);

@@ -36,11 +36,14 @@ const char* integerText(const unsigned char* bytes, int length, ASN1CTXT* contex
 
 }  // namespace
 
-SerialNumber::SerialNumber(const char* certnum) {
-    if (std::strlen(certnum) >= TextRoom) {
-        PKIXCMP_THROW(Asn1DecodeException, "decode integer failed");
+bool SerialNumber::read(const char* certnum) {
+    if (std::strlen(certnum) >= TextRoom) return false;
+    try {
+        ASN1T_BigInt_get(certnum, bytes_, Length);
+        return true;
+    } catch (const Asn1DecodeException&) {
+        return false;
     }
-    ASN1T_BigInt_get(certnum, bytes_, Length);
 }
 
 void SerialNumber::draw(unsigned long long provider) {

@@ -16,11 +16,8 @@ public:
     /// Room for the text of a setting, with the terminating zero.
     static constexpr int TextRoom = 128;
 
-    SerialNumber() = default;
-    /// From the text of "certnum"; empty text is zero. `Asn1DecodeException` "decode integer
-    /// failed" for text that is no number.
-    explicit SerialNumber(const char* certnum);
-
+    /// Reads the text of "certnum"; empty text is zero. False for text that is no number.
+    bool read(const char* certnum);
     /// Replaces the random part.
     void draw(unsigned long long provider);
     /// Counts on; all ones wrap to zero and leave the random part alone.

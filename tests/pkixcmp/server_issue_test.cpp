@@ -150,6 +150,11 @@ TEST_F(ServerIssueTest, AnIssueThatFailsMovesNothing) {
         Ini(caPath).insert("certnum", bad);
         EXPECT_EQ(issueFailure(record), "Asn1DecodeException decode integer failed");
         EXPECT_EQ(certnum(), bad);
+        try {
+            replyTo(*ca, record);
+        } catch (const CAException& e) {
+            EXPECT_EQ(e.file, "pkixcmp/CA_CMP_ProcessReq");
+        }
     }
     Ini(caPath).insert("certnum", 7L);
     EXPECT_THAT(issueFailure(record), HasSubstr("string expected"));
