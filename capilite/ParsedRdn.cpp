@@ -268,7 +268,9 @@ void pkiAddRDNToListW(ASN1CTXT* context, const char* oid, const wchar_t* text, A
     constexpr std::size_t utf8Octets = 4;
     ASN1OBJID type = str2oid(oid);
     std::wstring_view view(text ? text : L"");
-    if (view.size() >= limit) PKIXCMP_THROW(Asn1DecodeException, INVALID_LENGTH);
+    if (view.size() >= std::min<unsigned long>(limit, WIDE_LIMIT)) {
+        PKIXCMP_THROW(Asn1DecodeException, INVALID_LENGTH);
+    }
     const std::size_t room = utf8Octets * view.size() + 1;
     auto* utf8 = static_cast<char*>(rtMemHeapAlloc(context, room));
     if (utf8 == nullptr) PKIXCMP_THROW(CAException, OUT_OF_MEMORY);

@@ -70,7 +70,7 @@ PKIXCMP_API void pkiAddRDNToList(ASN1CTXT* context, ASN1OBJID* type, ASN1OpenTyp
 /// 8-bit text under a universal tag; text longer than the limit is refused.
 PKIXCMP_API void pkiAddRDNToListA(ASN1CTXT* context, const char* oid, const char* text,
                                   ASN1CSeqOfList& list, unsigned int tag, unsigned long limit);
-/// Wide text as UTF8String; text that is not below the limit is refused.
+/// Wide text as UTF8String; text that is not below the limit and 32769 is refused.
 PKIXCMP_API void pkiAddRDNToListW(ASN1CTXT* context, const char* oid, const wchar_t* text,
                                   ASN1CSeqOfList& list, unsigned long limit);
 /// The value of an attribute as wide text, which must be below the limit. `Asn1DecodeException`

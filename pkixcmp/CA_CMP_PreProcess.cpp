@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "capilite/AsnTime.h"
 #include "capilite/RecordHelpers.h"
 #include "config/Ini.h"
@@ -30,7 +32,8 @@ void decode(CertificateTemplate& work, const CACMPT_BLOB& der, T& value) {
 CertificateTemplate& begin(const PKIXCMP_Server& ca, CertificateInfo& certificate) {
     // A record that is used again would otherwise gather the extensions of both requests.
     if (certificate.Template) certificate.Extensions.clear();
-    certificate.Template = std::make_unique<CertificateTemplate>();
+    delete std::exchange(certificate.Template, nullptr);
+    certificate.Template = new CertificateTemplate;
     requireKey(ca);
     decode(*certificate.Template, ca.Certificate, certificate.Template->caCertificate);
     return *certificate.Template;

@@ -42,7 +42,7 @@ Encoding Encoding::fromUnicode(const wchar_t*& text) {
     for (++text; isTagCharacter(*text); ++text) tag += static_cast<char>(*text & 0xFF);
     if (*text != tagEnd) PKIXCMP_THROW(CAException, "Invalid Encoding format");
     ++text;
-    return Encoding(tag.c_str());
+    return tag;
 }
 
 FreeText::const_iterator FreeText::find(Encoding language) const {

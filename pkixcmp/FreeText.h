@@ -13,7 +13,8 @@ public:
     static const Encoding DEFAULT_READ;   // "*"
 
     Encoding() = default;
-    Encoding(const char* tag) : value(normalize(tag)) {}  // NOLINT: a tag is written as text
+    Encoding(const char* tag) : value(normalize(tag)) {}         // NOLINT: a tag is written as text
+    Encoding(const std::string& tag) : Encoding(tag.c_str()) {}  // NOLINT: the same
 
     /// The text with its bytes A to Z in lower case.
     static std::string normalize(const char* text);

@@ -154,6 +154,7 @@ void ASN1CMPMessage_Parse(ASN1T_PKIMessage& in, PKIXCMP_Message& message) {
 }
 
 int str2general(const wchar_t* text, ASN1T_GeneralName& out, ASN1BEREncodeBuffer& buffer) {
+    if (text == nullptr) return 1;
     const std::wstring_view whole(text);
     const std::size_t colon = whole.find(L':');
     if (colon == whole.npos) return 1;

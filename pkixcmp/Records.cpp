@@ -47,7 +47,7 @@ CertificateInfo::CertificateInfo() {
     SerialNumber[0] = '\0';
 }
 
-CertificateInfo::~CertificateInfo() = default;
+CertificateInfo::~CertificateInfo() { delete Template; }
 
 CertificateTemplate::CertificateTemplate() : decodeBuffer(encodeBuffer.getContext()) {}
 

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <list>
-#include <memory>
 
 #include "capilite/Blob.h"
 #include "capilite/Date.h"
@@ -112,10 +111,10 @@ public:
     CACMPT_PublicKeyInfo SubjectPublicKey;
     std::int32_t IssuerUniqueID = 0;  // printed by the dumps and otherwise unused
     CACMPT_Extensions Extensions;
-    CACMPT_BLOB SubjectKeyIdentifier;    // the octets of the identifier
-    CACMPT_BLOB AuthorityKeyIdentifier;  // the keyIdentifier alone
-    bool ValidityOverride = false;       // issuing takes the two dates from here
-    std::unique_ptr<CertificateTemplate> Template;
+    CACMPT_BLOB SubjectKeyIdentifier;         // the octets of the identifier
+    CACMPT_BLOB AuthorityKeyIdentifier;       // the keyIdentifier alone
+    bool ValidityOverride = false;            // issuing takes the two dates from here
+    CertificateTemplate* Template = nullptr;  // owned: the destructor deletes it
 };
 
 /// The content of an error message (RFC 4210 5.3.21).

@@ -262,6 +262,9 @@ TEST(ParsedRdn, BadInput) {
                        "CAException Can't convert str to oid.");
     }
     EXPECT_ASN1_FAILURE(pkiAddRDNToListA(ctxt.get(), "5.5.5", "a", list, 12, 9));
+    EXPECT_FAILURE(
+        pkiAddRDNToListW(ctxt.get(), "2.5.4.3", std::wstring(32769, L'a').c_str(), list, 40000),
+        "Asn1DecodeException Invalid RDN length.");
     EXPECT_TRUE(list.empty());
 }
 

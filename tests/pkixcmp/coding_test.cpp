@@ -27,6 +27,7 @@ TEST(GeneralNameText, TakesThreeForms) {
          {L"DNS:host", L"Dn:CN=a", L" dn:CN=a", L"uri:http://a", L"x:dns:a", L"dns", L":", L""}) {
         EXPECT_EQ(str2general(refused, name, buffer), 1) << tostring(refused);
     }
+    EXPECT_EQ(str2general(nullptr, name, buffer), 1);
 }
 
 TEST(GeneralNameText, DirectoryNamesOutliveTheirDecoding) {
