@@ -44,11 +44,15 @@ struct Draft {
     }
 };
 
-/// The text of a serial number as records hold it; one in decimal digits becomes hexadecimal. Any
-/// other is left for the encoder to judge: digits behind a zero might be meant as octal.
+/// The text of a serial number as records hold it, also from decimal digits and from hexadecimal
+/// ones without the zero in front. Any other is left for the encoder to judge: decimal digits
+/// behind a zero might be meant as octal.
 const char* serialText(ASN1CTXT* ctxt, const char* text) {
+    const std::string_view digits(text);
+    const bool decimal = digits[0] >= '1' && digits[0] <= '9';
+    const bool unpadded = digits.starts_with("0x") && digits.size() % 2 != 0 && digits[2] != '0';
     ASN1BigInt number;
-    if (*text < '1' || *text > '9' || rtBigIntSetStr(ctxt, &number, text, 10) != 0) return text;
+    if (!(decimal || unpadded) || rtBigIntSetStr(ctxt, &number, text, 0) != 0) return text;
     return BigIntegerToASN1String(ctxt, CACMPT_BigInteger(number.mag.data(), number.mag.size()));
 }
 

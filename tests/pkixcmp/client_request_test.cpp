@@ -137,6 +137,7 @@ TEST_F(ClientRequestTest, RevocationsCarryWhatIsSet) {
         const char* sent = nullptr;  // the serial where it is another text
     } cases[] = {{REQUEST_TYPE_REVOKE_CERTIFICATE, "0x12ab", 0},
                  {REQUEST_TYPE_REVOKE_CERTIFICATE, "200", 0, "0x0c8"},
+                 {REQUEST_TYPE_REVOKE_CERTIFICATE, "0xFFF", 0, "0x0fff"},
                  {REQUEST_TYPE_REVOKE_CERTIFICATE, "", ReasonFlags::certificateHold},
                  {REQUEST_TYPE_REVOKE_CERTIFICATE, "0x0ff", ReasonFlags::unused | 4},
                  {REQUEST_TYPE_RESUME_CERTIFICATE, "0x7f", 1}};
@@ -159,7 +160,7 @@ TEST_F(ClientRequestTest, RevocationsCarryWhatIsSet) {
         }
     }
     auto request = makeRequest(REQUEST_TYPE_REVOKE_CERTIFICATE);
-    for (const char* serial : {"twelve", "12x", "012", "-12"}) {
+    for (const char* serial : {"twelve", "12x", "012", "-12", "0x", "0xz"}) {
         std::strcpy(request->SerialNumber, serial);
         EXPECT_ASN1_FAILURE(send(*client, *request));
     }
