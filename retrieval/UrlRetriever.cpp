@@ -112,7 +112,8 @@ bool UrlRetriever::State::setProtocols() {
 /// The caller's lines, and for each header that libcurl would add by itself one that takes it away.
 int UrlRetriever::State::fillHeaders(HeaderList& lines) const {
     bool hasType = false, hasAccept = false, hasExpect = false;
-    for (const std::string& line : headers) {
+    for (std::string line : headers) {
+        if (line.ends_with("\r\n")) line.resize(line.size() - 2);
         if (line.find_first_of("\r\n") != line.npos) return CURLE_BAD_FUNCTION_ARGUMENT;
         if (line.empty()) continue;
         hasType |= names(line, "Content-Type");

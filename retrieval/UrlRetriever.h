@@ -22,7 +22,7 @@ public:
     UrlRetriever& operator=(const UrlRetriever&) = delete;
     ~UrlRetriever();
 
-    /// Whole header lines ("Content-Type: application/pkixcmp").
+    /// Whole header lines ("Content-Type: application/pkixcmp"), with or without the end of line.
     void set_headers(const std::list<std::string>& headers);
     /// For a whole retrieval; 0 sets no limit. A minute when never set.
     void set_timeout(long seconds);

@@ -97,6 +97,7 @@ TEST(Retriever, PostsTheBytesWithNoHeaderOfItsOwn) {
          {"Content-Type: application/pkixcmp", "Accept: application/pkixcmp"}},
         {{"content-type: text/plain", "X-First: 1", "X-Second: 2"},
          {"content-type: text/plain", "X-First: 1", "X-Second: 2"}},
+        {{"X-Ended: 1\r\n", "X-Next: 2", "\r\n"}, {"X-Ended: 1", "X-Next: 2"}},
     };
     for (auto& c : cases) {
         UrlRetriever retriever;
