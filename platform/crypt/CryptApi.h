@@ -29,6 +29,7 @@ using HCERTSTORE = void*;
 inline constexpr DWORD PROV_RSA = 1;
 inline constexpr DWORD PROV_ECDSA_PLAIN = 16;
 inline constexpr DWORD PROV_ECDSA_P256 = 75;
+inline constexpr DWORD PROV_RSA_3072_PLAIN = 76;
 inline constexpr DWORD PROV_RSA_3072 = 80;
 inline constexpr DWORD PROV_ECDSA_P384 = 81;
 

@@ -16,6 +16,7 @@ constexpr ProviderType table[] = {
     {PROV_RSA, "PKIXCMP RSA Provider", "RSA:2048", false},
     {PROV_ECDSA_PLAIN, "PKIXCMP ECDSA Provider", "EC:P-256", false},
     {PROV_ECDSA_P256, "PKIXCMP ECDSA P-256 Container Provider", "EC:P-256", true},
+    {PROV_RSA_3072_PLAIN, "PKIXCMP RSA-3072 Provider", "RSA:3072", false},
     {PROV_RSA_3072, "PKIXCMP RSA-3072 Container Provider", "RSA:3072", true},
     {PROV_ECDSA_P384, "PKIXCMP ECDSA P-384 Container Provider", "EC:P-384", true},
 };

@@ -348,7 +348,7 @@ TEST_F(ProviderContainer, ProvidersAreEnumerated) {
             EXPECT_EQ(textParameter(handle, PP_NAME) + '\0', name);
             CryptReleaseContext(handle, 0);
         }
-        EXPECT_THAT(types, ElementsAre(1, 16, 75, 80, 81));
+        EXPECT_THAT(types, ElementsAre(1, 16, 75, 76, 80, 81));
     }
 }
 

@@ -103,7 +103,7 @@ TEST_F(ProviderHandle, DefaultContextIsOneAProcess) {
     EXPECT_EQ(QXCAPI_I_CryptGetDefaultCryptProv(CALG_SHA_256), first);
     EXPECT_NE(QXCAPI_I_CryptGetDefaultCryptProv(CALG_ECDSA), first);
     EXPECT_EQ(QXCAPI_I_CryptGetDefaultCryptProv(0x6601), 0U);
-    EXPECT_EQ(QXCAPI_I_GetDefaultProvider(76), 0U);
+    EXPECT_EQ(QXCAPI_I_GetDefaultProvider(77), 0U);
     EXPECT_EQ(GetLastError(), NTE_PROV_TYPE_NOT_DEF);
     // Released more often than taken, it is replaced.
     while (CryptReleaseContext(first, 0)) continue;
