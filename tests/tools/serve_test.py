@@ -63,6 +63,7 @@ class Serve(ProgramTest):
 
     def test_every_message_gets_a_signed_answer(self):
         self.home.issue()
+        common_name, unknown = b"\x06\x03\x55\x04\x03", b"\x06\x03\x55\x04\x7f"
         requests = {
             "good": (self.request, "cp"),
             "garbage": (b"this is no message", "error"),
@@ -71,6 +72,9 @@ class Serve(ProgramTest):
             "bytes behind": (self.request + b"\0", "error"),
             "an answer": (self.home.read("issued.rsp"), "error"),
             "no message but DER": (b"\x30\x00", "error"),
+            "subject not known": (self.request.replace(common_name, unknown), "cp"),
+            "sender not known": (self.home.read("issued.rsp").replace(common_name, unknown),
+                                 "error"),
         }
         with self.served("--approve", "all") as ca:
             for name, (body, expected) in requests.items():
@@ -104,6 +108,7 @@ class Serve(ProgramTest):
             "two lengths": ([HEAD + b"Content-Length: 4\r\nContent-Length: 9\r\n\r\nabcd"], 400),
             "length of letters": ([HEAD + b"Content-Length: 12a\r\n\r\n"], 400),
             "blank before the colon": ([HEAD + b"Content-Length : 4\r\n\r\nabcd"], 400),
+            "headers too long": ([HEAD + b"X: " + b"x" * 100000 + b"\r\n\r\n"], 431),
             "other coding": ([HEAD + b"Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n"], 400),
         }
         with self.served("--approve", "all", "--max-body", "20000") as ca:
@@ -114,6 +119,7 @@ class Serve(ProgramTest):
                 len(self.request) - 100, self.request[100:])
             answer = self.raw(ca, CHUNKED + b"Connection: close\r\n\r\n", chunks)
             self.assertEqual(status_of(answer), 200)
+        self.assertEqual(sum("peer=" in line for line in ca.lines()), len(cases) + 1)
 
     def test_endless_chunks_are_dropped(self):
         with self.served("--approve", "all", "--max-body", "20000") as ca:

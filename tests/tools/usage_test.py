@@ -2,6 +2,7 @@
 
 import json
 import os
+import resource
 import subprocess
 import unittest
 
@@ -43,7 +44,9 @@ class Usage(ProgramTest):
             [*ENROL, "--san", "alice.example"], [*ENROL, "--san", "dns:"],
             [*ENROL, "--san", "dns:пример.рф"], [*ENROL, "--san", "ip:1.2.3"],
             [*ENROL, "--key-usage", "everything"], [*ENROL, "--provider-type", "1", "--reader", "X"],
-            [*ENROL, "--key-bits", "2048"],
+            [*ENROL, "--key-bits", "2048"], [*ENROL, "--provider-type", "1", "--key-bits", "1024"],
+            [*ENROL, "--trust", ""], [*ROOT_NEW, "--pin", ""], [*ROOT_NEW, "--cdp", "список"],
+            ["issue", "--ca", CA, "--reqin", "x", "--rspout", "y", "--certout", "y"],
             [*ENROL, "--provider-type", "1", "--key-bits", "-1"],
             ["config", "ls", "local"], ["config", "set", r"\a\b", "1x", "--type", "long"],
             ["serve", "--ca", CA, "--listen", "127.0.0.1:99999"],
@@ -64,10 +67,12 @@ class Usage(ProgramTest):
 
     def test_failures(self):
         missing = self.home.path("missing")
+        self.home.write("no.csr", b"\x30\x00")
         cases = [
             ["show", missing], ["show", self.home.folder], ["store", "add", "CA", missing],
             ["issue", "--ca", CA, "--reqin", missing, "--rspout", "x"],
             ["p10", "--csr", missing, "--recipient", "CN=A", "--reqout", "x"],
+            ["p10", "--csr", self.home.path("no.csr"), "--recipient", "CN=A", "--reqout", "x"],
             [*ENROL, "--trust", missing], ENROL, [*ENROL[:2], "no url", *ENROL[3:]],
             [*ROOT_NEW, "--reader", "NONE", "--pin", "pass:1234"],
             [*ROOT_NEW, "--container", "a/b"], [*ROOT_NEW, "--provider-type", "33"],
@@ -76,6 +81,9 @@ class Usage(ProgramTest):
         for args in cases:
             with self.subTest(args=args):
                 self.assertOneLine(self.home.run(*args, code=1))
+        self.assertEqual(self.home.json("container", "ls"), [], "a failure left its key")
+        self.home.root()
+        self.assertOneLine(self.home.run(*ENROL, "--config", CA, code=1), "path of a CA")
 
     def test_failures_as_json(self):
         for args, code in (([*ENROL], 1), (["show"], 2), (["config", "get", r"\a\b"], 1)):
@@ -105,6 +113,11 @@ class Usage(ProgramTest):
             said = subprocess.run([PROGRAM, "show", self.home.path("root.pem")], stdout=full,
                                   stderr=subprocess.PIPE, env=self.home.env, check=False)
             self.assertEqual(said.returncode, 1)
+        limits = (resource.RLIMIT_FSIZE, (0, 0))
+        said = subprocess.run([PROGRAM, "config", "set", r"\local\a\b", "1"], env=self.home.env,
+                              stderr=subprocess.PIPE, check=False,
+                              preexec_fn=lambda: resource.setrlimit(*limits))
+        self.assertEqual(said.returncode, 1, "a file that may not grow kills the program")
 
     def test_outputs_that_are_no_files(self):
         """A pipe is written to and never replaced; a link stays; an object alone is on stdout."""

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cwchar>
 #include <memory>
 #include <set>
 
@@ -24,6 +23,13 @@ void copyIdentifiers(Message& request, PKIXCMP_Message& answer) {
     if (header.m.senderNoncePresent) answer.sender_nonce.assign(header.senderNonce);
 }
 
+/// The sender of a message; fails when it is no distinguished name, or one that cannot be read.
+CACMPT_PARSED_RDN senderOf(Message& message) {
+    CACMPT_PARSED_RDN sender;
+    GeneralizedNameParse(message->header.sender, sender);
+    return sender;
+}
+
 const ASN1T_CertTemplate* certTemplateOf(Message& message) {
     ASN1T_PKIBody& body = message->body;
     if (body.t == ASN1T_PKIBody::T_p10cr || body.u.ir->empty()) return nullptr;
@@ -42,6 +48,17 @@ std::string requestedSubject(Message& message) {
     CACMPT_PARSED_RDN parsed;
     parsed.assign(*name);
     return nameText(parsed);
+}
+
+/// Whether the names of a request can be read; its subject goes into `subject`.
+bool readNames(Message& message, std::string& subject) {
+    try {
+        subject = requestedSubject(message);
+        senderOf(message);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
 }
 
 bool requestSignatureHolds(ASN1T_CertificationRequest& request) {
@@ -161,7 +178,10 @@ void Responder::certify(Message& message, const CACMPT_BLOB& request, CaAnswer& 
             return fail(&message, FailureInfo::badRequest,
                         "a message of type " + out.type + " is not answered here", out);
     }
-    out.subject = requestedSubject(message);
+    if (!readNames(message, out.subject)) {
+        return refuse(message, request, FailureInfo::badDataFormat,
+                      "the sender or the subject is a name that cannot be read here", out);
+    }
     if (!policy_.approve) {
         return refuse(message, request, FailureInfo::badRequest,
                       "this CA approves no request by itself", out);
@@ -231,7 +251,7 @@ void Responder::refuse(Message& message, const CACMPT_BLOB& request, std::uint32
     copyIdentifiers(message, refused);
     try {
         ca_.CertReqMessage_Reject(refused, out.reply, true);
-    } catch (const Asn1DecodeException&) {  // of no shape that has a place for a rejection
+    } catch (const std::exception&) {  // of no shape that has a place for a rejection
         return fail(&message, failures, text, out);
     }
     out.result = "rejected";
@@ -244,19 +264,21 @@ void Responder::fail(Message* message, std::uint32_t failures, const std::string
     error.PKIStatus = PKI_STATUS_REJECTION;
     error.FailureInfo = failures;
     error.ErrorText = freeText(text);
-    wcscpy(error.RecipientGeneralName, L"dn:");  // nobody knows whom: the empty name
-    if (message != nullptr) {
-        copyIdentifiers(*message, error);
-        if ((*message)->header.sender.t == ASN1T_GeneralName::T_directoryName) {
-            CACMPT_PARSED_RDN sender;
-            GeneralizedNameParse((*message)->header.sender, sender);
-            setHeaderName(error.RecipientGeneralName, sender);
-        }
-    }
-    PKIXCMP_Base::ErrorMsgInfo_EncodeAndSign(&error, out.reply, ca_.ProviderHandle, ca_.KeySpec,
-                                             ca_.Certificate);
+    auto signTo = [&](const CACMPT_PARSED_RDN& recipient) {
+        setHeaderName(error.RecipientGeneralName, recipient);
+        PKIXCMP_Base::ErrorMsgInfo_EncodeAndSign(&error, out.reply, ca_.ProviderHandle, ca_.KeySpec,
+                                                 ca_.Certificate);
+    };
     out.result = "error";
     out.text = text;
+    if (message != nullptr) {
+        copyIdentifiers(*message, error);
+        try {
+            return signTo(senderOf(*message));
+        } catch (const std::exception&) {  // it names none that can be read, or written again
+        }
+    }
+    signTo({});
 }
 
 }  // namespace tool

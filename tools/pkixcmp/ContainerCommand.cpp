@@ -70,8 +70,11 @@ Json describe(const std::string& name, DWORD type, bool whole) {
     entry["state"] = blocked ? "blocked" : "whole";
     entry["key"] = spec == AT_SIGNATURE     ? "signature"
                    : spec == AT_KEYEXCHANGE ? "exchange"
+                   : pin.kind == 0          ? "locked"  // not to be seen without the PIN
                                             : "none";
-    entry["certificate"] = spec != 0 && container.certificate(spec).size != 0;
+    bool locked = entry["key"] == "locked";
+    entry["certificate"] =
+        locked ? Json() : Json(spec != 0 && container.certificate(spec).size != 0);
     return entry;
 }
 
@@ -82,7 +85,7 @@ std::string lineOf(const Json& entry) {
     line += "  " + entry["protection"].get<std::string>();
     if (entry["state"] == "blocked") line += " (blocked)";
     line += "  key: " + entry["key"].get<std::string>();
-    return line + (entry["certificate"].get<bool>() ? "  with certificate\n" : "\n");
+    return line + (entry["certificate"] == true ? "  with certificate\n" : "\n");
 }
 
 int listReaders(Context& context) {

@@ -34,6 +34,11 @@ void Deadlines::remove(Ticket ticket) {
     entries_.erase(ticket);
 }
 
+bool Deadlines::isLate(Ticket ticket) {
+    std::lock_guard lock(mutex_);
+    return ticket->late;
+}
+
 void Deadlines::sweep() {
     std::unique_lock lock(mutex_);
     while (!stopping_) {
@@ -42,6 +47,7 @@ void Deadlines::sweep() {
             Ticket late = entries_.begin();
             // The server sees the end of the stream and drops the connection.
             ::shutdown(late->socket, SHUT_RDWR);
+            late->late = true;
             late->end = now + timeout_;
             entries_.splice(entries_.end(), entries_, late);
         }

@@ -16,6 +16,7 @@ class Deadlines {
     struct Entry {
         int socket;
         std::chrono::steady_clock::time_point end;
+        bool late = false;
     };
 
 public:
@@ -30,6 +31,8 @@ public:
     /// Starts the time of a connection anew.
     void restart(Ticket ticket);
     void remove(Ticket ticket);
+    /// Whether the connection was cut.
+    bool isLate(Ticket ticket);
 
 private:
     void sweep();

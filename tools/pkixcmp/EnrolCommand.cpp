@@ -21,42 +21,6 @@ struct Options {
     KeyOptions key;
 };
 
-/// A key made for this enrolment. Unless it is kept it goes again, with the template of its
-/// request, so that a refusal leaves nothing behind.
-class FreshKey {
-public:
-    explicit FreshKey(std::unique_ptr<PKIXCMP_Client> client) : client_(std::move(client)) {
-        container_ = get_unique(client_->ProviderHandle);
-    }
-    ~FreshKey() {
-        if (!kept_) remove();
-    }
-    FreshKey(const FreshKey&) = delete;
-    FreshKey& operator=(const FreshKey&) = delete;
-
-    PKIXCMP_Client* operator->() { return client_.get(); }
-    const std::string& container() const { return container_; }
-    void keep(bool kept = true) { kept_ = kept; }
-
-private:
-    void remove() noexcept {
-        try {
-            if (client_->Certificate.size != 0) {
-                PKIXCMP_Base::CertStore_Del(L"Request", client_->Certificate, false);
-            }
-        } catch (const std::exception&) {  // no template was made yet
-        }
-        DWORD type = client_->ProviderType;
-        client_.reset();
-        HCRYPTPROV none = 0;
-        CryptAcquireContextA(&none, container_.c_str(), nullptr, type, CRYPT_DELETEKEYSET);
-    }
-
-    std::unique_ptr<PKIXCMP_Client> client_;
-    std::string container_;
-    bool kept_ = false;
-};
-
 void drawIdentifiers(RequestInfo& request, unsigned long long provider) {
     unsigned char bytes[32];
     if (!CryptGenRandom(provider, sizeof bytes, bytes)) {
@@ -66,6 +30,31 @@ void drawIdentifiers(RequestInfo& request, unsigned long long provider) {
     request.sender_nonce.assign(bytes + 16, 16u);
 }
 
+/// The tree that gets the certificate must not be a CA's, whose own certificate would be lost.
+void checkConfig(const std::string& path) {
+    if (path.empty()) return;
+    checkPath(path, "--config");
+    IniValue name;
+    if (Ini(path).find("caname", name)) {
+        throw Failure("--config '" + path + "' is the path of a CA; take another one");
+    }
+}
+
+void checkKeyBits(const KeyOptions& key) {
+    const std::string sizes = key.providerType == PROV_RSA           ? "2048, 3072 or 4096"
+                              : key.providerType == PROV_ECDSA_PLAIN ? "256 or 384"
+                                                                     : "";
+    if (key.keyBits == 0) return;
+    if (sizes.empty()) {
+        throw UsageError(
+            "--key-bits is for the provider types 1 and 16; the others have one size");
+    }
+    if (sizes.find(std::to_string(key.keyBits)) == std::string::npos) {
+        throw UsageError("--key-bits is " + sizes + " for provider type " +
+                         std::to_string(key.providerType));
+    }
+}
+
 /// Reads everything of the options that can be wrong, before a key is made.
 void fill(const Options& options, RequestInfo& request) {
     request.RequestType = REQUEST_TYPE_INIT_CERTIFICATE;
@@ -73,11 +62,8 @@ void fill(const Options& options, RequestInfo& request) {
     setHeaderName(request.RecipientGeneralName, readName(options.recipient, "--recipient"));
     if (!options.san.empty()) request.Extensions.Insert(subjectAltName(options.san));
     if (!options.keyUsage.empty()) request.Extensions.Insert(keyUsage(options.keyUsage));
-    if (!options.config.empty()) checkPath(options.config, "--config");
-    if (options.key.keyBits != 0 && options.key.providerType != PROV_RSA &&
-        options.key.providerType != PROV_ECDSA_PLAIN) {
-        throw UsageError("--key-bits is for the provider types 1 and 16; the others have one size");
-    }
+    checkConfig(options.config);
+    checkKeyBits(options.key);
     planOutputs({options.reqout, options.rspout, options.certout});
 }
 
@@ -122,7 +108,10 @@ void install(FreshKey& key, const CACMPT_BLOB& certificate, const std::string& c
 
 int tellIssued(const Options& options, Context& context, const CACMPT_BLOB& certificate,
                const std::string& container) {
-    if (!options.certout.empty()) writeObject(options.certout, certificate, "CERTIFICATE");
+    if (!options.certout.empty()) {
+        behind("the certificate is installed in store My",
+               [&] { writeObject(options.certout, certificate, "CERTIFICATE"); });
+    }
     CertificateInfo issued;
     PKIXCMP_Base::Cert_Decode(certificate, &issued);
     Json result;
@@ -175,7 +164,10 @@ int run(Options& options, Context& context) {
     if (!options.reqout.empty()) writeFile(options.reqout, message.view());
     CACMPT_BLOB reply = send(options.server, message);
     key.keep();  // the answer may be a certificate, which is lost if the key goes
-    if (!options.rspout.empty()) writeFile(options.rspout, reply.view());
+    if (!options.rspout.empty()) {
+        behind("the answer is lost; the key is kept in " + key.container(),
+               [&] { writeFile(options.rspout, reply.view()); });
+    }
     key.keep(false);
     Outcome outcome = readReply(message, reply, trusted.get());
     if (outcome.kind == Outcome::refused) throw Failure("refused by the CA: " + outcome.text);

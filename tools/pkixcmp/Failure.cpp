@@ -29,7 +29,13 @@ constexpr CodeMeaning codeMeanings[] = {
     {NTE_BAD_KEYSET, "no such container; see the containers with 'pkixcmp container ls'"},
     {NTE_KEYSET_NOT_DEF, "no such container; see the containers with 'pkixcmp container ls'"},
     {NTE_KEYSET_ENTRY_BAD,
-     "the container is damaged or was left half-made; remove it with 'pkixcmp container rm'"},
+     "the container is damaged, was left half-made or belongs to another vault.key; bring it back "
+     "from a copy, or remove it with 'pkixcmp container rm'"},
+    {NTE_BAD_KEYSET_PARAM,
+     "no name for a container: it must not be empty, begin with a dot, hold slashes or control "
+     "characters, or be longer than 200 bytes"},
+    {NTE_SYS_ERR,
+     "the state folder cannot be read or written; check its path (PKIXCMP_HOME) and its disk"},
     {NTE_EXISTS, "it exists already; choose another name"},
     {NTE_NO_KEY, "the container holds no such key"},
     {NTE_PERM, "access denied; check the rights of the state folder (PKIXCMP_HOME)"},
@@ -92,6 +98,11 @@ std::string meaningOf(const std::exception& failure) {
     }
     if (dynamic_cast<const rights_exception*>(&failure) != nullptr) {
         return meaningOfCode(ERROR_ACCESS_DENIED);
+    }
+    if (typeid(failure) == typeid(config_exception)) {
+        return "the settings cannot be read or written; check the state folder (PKIXCMP_HOME) and "
+               "its "
+               "disk";
     }
     return oneLine(bareText(utf8Text(failure, failure.what())));
 }

@@ -50,4 +50,14 @@ auto doing(const std::string& what, Step step) -> decltype(step()) {
     }
 }
 
+/// Runs a step behind others; its failures say what stands of them.
+template <class Step>
+void behind(const std::string& stands, Step step) {
+    try {
+        step();
+    } catch (const Failure& failure) {
+        throw Failure(failure.what() + ("; " + stands), failure.detail, failure.exit);
+    }
+}
+
 }  // namespace tool

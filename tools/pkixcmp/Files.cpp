@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "capilite/Base64.h"
@@ -154,9 +155,11 @@ void writeFile(const std::string& path, std::string_view content) {
 }
 
 void planOutputs(std::initializer_list<std::string> paths) {
+    std::set<std::string> seen;
     for (const std::string& path : paths) {
         if (path == "-") printResultsAside();
         if (path.empty() || path == "-" || isStream(path)) continue;
+        if (!seen.insert(path).second) throw UsageError("two outputs are to go into " + path);
         std::string target = behindLinks(path);
         struct stat present {};
         if (::stat(target.c_str(), &present) == 0 && S_ISDIR(present.st_mode)) {

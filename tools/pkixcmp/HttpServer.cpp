@@ -133,6 +133,7 @@ private:
     struct Request {
         HttpRequest http;
         std::size_t received = 0;
+        bool begun = false;  // its headers were whole
         bool answered = false;
     };
     struct Connection {
@@ -144,10 +145,23 @@ private:
         unsigned pool = options_.threads > 1 ? options_.threads : 0;
         return mhd_.start_daemon(
             MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, &Daemon::onRequest,
-            this, MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_NOTIFY_COMPLETED, &Daemon::onCompleted,
-            this, MHD_OPTION_NOTIFY_CONNECTION, &Daemon::onConnection, this,
-            MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(options_.timeout.count()),
-            MHD_OPTION_CONNECTION_LIMIT, 10000u, MHD_OPTION_THREAD_POOL_SIZE, pool, MHD_OPTION_END);
+            this, MHD_OPTION_LISTEN_SOCKET, fd, MHD_OPTION_URI_LOG_CALLBACK, &Daemon::onLine, this,
+            MHD_OPTION_NOTIFY_COMPLETED, &Daemon::onCompleted, this, MHD_OPTION_NOTIFY_CONNECTION,
+            &Daemon::onConnection, this, MHD_OPTION_CONNECTION_TIMEOUT,
+            static_cast<unsigned>(options_.timeout.count()), MHD_OPTION_CONNECTION_LIMIT, 10000u,
+            MHD_OPTION_THREAD_POOL_SIZE, pool, MHD_OPTION_END);
+    }
+
+    /// The first line of a request is there: from here on it has a line in the log, also when the
+    /// library refuses its headers by itself.
+    static void* onLine(void* self, const char*, MHD_Connection* connection) {
+        try {
+            auto request = std::make_unique<Request>();
+            request->http.peer = static_cast<Daemon*>(self)->peerOf(connection);
+            return request.release();
+        } catch (...) {  // the library is C: nothing may pass through it
+            return nullptr;
+        }
     }
 
     static MHD_Result onRequest(void* self, MHD_Connection* connection, const char*,
@@ -155,13 +169,9 @@ private:
                                 std::size_t* length, void** state) {
         auto& daemon = *static_cast<Daemon*>(self);
         try {
-            if (*state == nullptr) {
-                auto request = std::make_unique<Request>();
-                *state = request.get();
-                ++daemon.inFlight_;
-                return daemon.begin(connection, method, *request.release());
-            }
+            if (*state == nullptr) return MHD_NO;
             auto& request = *static_cast<Request*>(*state);
+            if (!request.begun) return daemon.begin(connection, method, request);
             if (*length != 0) return daemon.take(request, data, length);
             return daemon.answer(connection, request);
         } catch (...) {  // the library is C: nothing may pass through it
@@ -170,14 +180,10 @@ private:
     }
 
     MHD_Result begin(MHD_Connection* connection, const char* method, Request& request) {
+        request.begun = true;
+        ++inFlight_;
         request.http.method = method;
         request.http.worker = worker();
-        auto info = mhd_.get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
-        if (info != nullptr) {
-            bool v6 = info->client_addr->sa_family == AF_INET6;
-            request.http.peer =
-                addressText(info->client_addr, v6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in));
-        }
         BodyHeaders headers;
         mhd_.get_connection_values(connection, MHD_HEADER_KIND, &BodyHeaders::note, &headers);
         request.http.refused = headers.refusal(options_.maxBody);
@@ -186,6 +192,13 @@ private:
         if (request.http.refused == 0 && !known) request.http.refused = methodNotAllowed;
         // A refusal before the body ends the connection, so that nothing is read out of step.
         return request.http.refused != 0 ? answer(connection, request) : MHD_YES;
+    }
+
+    std::string peerOf(MHD_Connection* connection) const {
+        auto info = mhd_.get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+        if (info == nullptr) return "?";
+        bool v6 = info->client_addr->sa_family == AF_INET6;
+        return addressText(info->client_addr, v6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in));
     }
 
     /// Takes a piece of the body. One that grows too large is read on for a while, so that its
@@ -222,10 +235,13 @@ private:
         return queued;
     }
 
-    /// Has the handler see a request that broke off or was cut, for the log alone.
-    void noteCut(Request& request) noexcept {
+    /// Has the handler see a request that broke off or was cut, or that the library has refused by
+    /// itself, for the log alone.
+    void noteCut(Request& request, bool cut) noexcept {
         try {
-            if (request.http.refused == 0) request.http.refused = requestTimeout;
+            if (request.http.refused == 0) {
+                request.http.refused = cut ? requestTimeout : badRequest;
+            }
             handler_(request.http);
         } catch (...) {  // there is nobody left to be told
         }
@@ -237,16 +253,18 @@ private:
     }
 
     static void onCompleted(void* self, MHD_Connection* connection, void** state,
-                            MHD_RequestTerminationCode) {
+                            MHD_RequestTerminationCode code) {
         auto& daemon = *static_cast<Daemon*>(self);
         if (*state == nullptr) return;
         std::unique_ptr<Request> request(static_cast<Request*>(*state));
         *state = nullptr;
-        if (!request->answered) daemon.noteCut(*request);
-        if (Connection* known = daemon.connectionOf(connection)) {
-            daemon.deadlines_.restart(known->ticket);
+        Connection* known = daemon.connectionOf(connection);
+        if (!request->answered) {
+            bool late = known != nullptr && daemon.deadlines_.isLate(known->ticket);
+            daemon.noteCut(*request, late || code != MHD_REQUEST_TERMINATED_WITH_ERROR);
         }
-        --daemon.inFlight_;
+        if (known != nullptr) daemon.deadlines_.restart(known->ticket);
+        if (request->begun) --daemon.inFlight_;
     }
 
     static void onConnection(void* self, MHD_Connection* connection, void** context,

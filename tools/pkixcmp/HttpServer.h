@@ -14,7 +14,8 @@ struct HttpRequest {
     std::string body;     // of a POST
     unsigned worker = 0;  // which of the threads asks, from 0
     /// When not 0 the request was refused before it was read: the status of the answer. 408 is one
-    /// that broke off or took too long, which gets none.
+    /// that broke off or took too long, which gets none; 400 also stands for the other statuses
+    /// that malformed headers are answered with.
     unsigned refused = 0;
 };
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "capilite/StoreFind.h"
@@ -29,9 +30,9 @@ CACMPT_BLOB caCertificate(const std::string& path) {
     try {
         return Ini(path).find_binary("cert");
     } catch (const entry_not_found_exception& failure) {
-        throw Failure(
-            "there is no CA at " + path + "; make one with 'pkixcmp root new --ca " + path + "'",
-            fullTextOf(failure));
+        throw Failure("there is no CA at " + path + "; make one with \"pkixcmp root new --ca '" +
+                          path + "'\"",
+                      fullTextOf(failure));
     }
 }
 
@@ -189,6 +190,26 @@ unsigned long long Container::detach() {
     unsigned long long handle = handle_;
     handle_ = 0;
     return handle;
+}
+
+FreshKey::FreshKey(std::unique_ptr<PKIXCMP_Client> client)
+    : client_(std::move(client)), container_(get_unique(client_->ProviderHandle)) {}
+
+FreshKey::~FreshKey() {
+    if (!kept_) remove();
+}
+
+void FreshKey::remove() noexcept {
+    try {
+        if (client_->Certificate.size != 0) {
+            PKIXCMP_Base::CertStore_Del(L"Request", client_->Certificate, false);
+        }
+    } catch (const std::exception&) {  // no template was made yet
+    }
+    DWORD type = client_->ProviderType;
+    client_.reset();
+    HCRYPTPROV none = 0;
+    CryptAcquireContextA(&none, container_.c_str(), nullptr, type, CRYPT_DELETEKEYSET);
 }
 
 std::string containerOf(PCCERT_CONTEXT certificate) {

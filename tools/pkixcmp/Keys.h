@@ -66,6 +66,27 @@ private:
 /// The same, with a Failure that says what was to be opened.
 Container openContainer(const std::string& name, int providerType);
 
+/// A key made for one request. Unless it is kept it goes again, with the template of the request,
+/// so that a failure leaves nothing behind.
+class FreshKey {
+public:
+    explicit FreshKey(std::unique_ptr<PKIXCMP_Client> client);
+    ~FreshKey();
+    FreshKey(const FreshKey&) = delete;
+    FreshKey& operator=(const FreshKey&) = delete;
+
+    PKIXCMP_Client* operator->() { return client_.get(); }
+    const std::string& container() const { return container_; }
+    void keep(bool kept = true) { kept_ = kept; }
+
+private:
+    void remove() noexcept;
+
+    std::unique_ptr<PKIXCMP_Client> client_;
+    std::string container_;
+    bool kept_ = false;
+};
+
 /// Opens the key of a provider handle with the PIN of the dialogue, if it takes one.
 void unlockKey(unsigned long long provider, CallerWndProv& dialogue);
 

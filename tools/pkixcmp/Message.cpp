@@ -45,6 +45,12 @@ DecodedCertificate::DecodedCertificate(const CACMPT_BLOB& encoded, const std::st
     decode(buffer_, encoded, value_, what);
 }
 
+void checkRequest(const CACMPT_BLOB& encoded, const std::string& what) {
+    CACMPT_ASN1BERDecodeBuffer buffer;
+    asn1data::ASN1T_CertificationRequest request;
+    decode(buffer, encoded, request, what);
+}
+
 std::string Status::name() const {
     bool known = status >= 0 && status < static_cast<int>(std::size(statusNames));
     return known ? statusNames[status] : "status " + std::to_string(status);

@@ -41,6 +41,9 @@ private:
     asn1data::ASN1T_Certificate value_;
 };
 
+/// A Failure when the bytes of `what` are no PKCS#10 request.
+void checkRequest(const CACMPT_BLOB& encoded, const std::string& what);
+
 /// DER of a decoded value.
 template <class T>
 CACMPT_BLOB encodeDer(const T& value) {

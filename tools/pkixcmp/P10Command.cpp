@@ -6,6 +6,7 @@
 #include "tools/pkixcmp/Failure.h"
 #include "tools/pkixcmp/Files.h"
 #include "tools/pkixcmp/Keys.h"
+#include "tools/pkixcmp/Message.h"
 #include "tools/pkixcmp/Output.h"
 #include "tools/pkixcmp/Texts.h"
 
@@ -55,12 +56,13 @@ int run(Options& options, Context& context) {
     auto request = std::make_unique<RequestInfo>();
     request->RequestType = REQUEST_TYPE_GET_CERTIFICATE;
     request->RawRequest = readObject(options.csr);
+    checkRequest(request->RawRequest, options.csr);
     setHeaderName(request->RecipientGeneralName, readName(options.recipient, "--recipient"));
     planOutputs({options.reqout});
     bool fresh = options.key.container.empty();
     CallerWndProv dialogue;
-    std::unique_ptr<PKIXCMP_Client> client =
-        fresh ? freshKey(options, dialogue) : openKey(options, dialogue);
+    FreshKey client(fresh ? freshKey(options, dialogue) : openKey(options, dialogue));
+    client.keep(!fresh);
     request->transactionID.resize(16);
     request->sender_nonce.resize(16);
     CryptGenRandom(client->ProviderHandle, 16, request->transactionID.data);
@@ -69,9 +71,10 @@ int run(Options& options, Context& context) {
     doing("put " + options.csr + " into a message",
           [&] { client->CertReqMessage_EncodeAndSign(request.get(), message); });
     writeFile(options.reqout, message.view());
+    client.keep();
     Json result;
     result["request"] = options.reqout;
-    result["container"] = get_unique(client->ProviderHandle);
+    result["container"] = client.container();
     result["fresh"] = fresh;
     printResult(context.json, result,
                 "request: " + options.reqout + "\nsigned by the " +

@@ -1,4 +1,6 @@
+#include <csignal>
 #include <cstring>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -8,6 +10,23 @@
 #include "tools/pkixcmp/Secrets.h"
 
 namespace {
+
+/// An option given as '' is mostly an unset variable of a script. It must not pass for one left
+/// out: a certificate would go unchecked, a key unprotected.
+void refuseEmpty(CLI::App& app) {
+    static const std::set<std::string> mayBeEmpty{"--cdp", "--fail", "--name", "--text", "value"};
+    for (CLI::Option* option : app.get_options()) {
+        if (option->get_items_expected_max() == 0 || mayBeEmpty.count(option->get_name()) != 0) {
+            continue;
+        }
+        option->check([](const std::string& value) {
+            return std::string(value.empty() ? "must not be empty" : "");
+        });
+    }
+    for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+        refuseEmpty(*command);
+    }
+}
 
 void describe(CLI::App& app, tool::Context& context) {
     app.description("Certificates over CMP (RFC 4210): a client, a CA, and a look into messages.");
@@ -31,6 +50,7 @@ void describe(CLI::App& app, tool::Context& context) {
     tool::addConfig(app, context);
     tool::addStore(app, context);
     tool::addContainer(app, context);
+    refuseEmpty(app);
 }
 
 /// The command of a line that could not be parsed, as far as it was read: "pkixcmp config get".
@@ -44,6 +64,10 @@ int usage(const CLI::App& app, const CLI::ParseError& error, bool json) {
         return app.exit(error);  // help or version was asked for
     }
     std::string text = error.what();
+    std::vector<std::string> unread = app.remaining(true);
+    if (app.get_subcommands().empty() && !unread.empty() && unread[0][0] != '-') {
+        text = "there is no command '" + unread[0] + "'";
+    }
     for (char& c : text) {
         if (c == '\n') c = ' ';
     }
@@ -64,6 +88,7 @@ bool wantsJson(int argc, char** argv) {
 /// What the launcher (main.cpp) calls.
 extern "C" __attribute__((visibility("default"))) int pkixcmp_program(int argc, char** argv) {
     tool::takeSecrets(argc, argv);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is a failure like a full disk
     tool::Context context;
     try {
         CLI::App app("", "pkixcmp");

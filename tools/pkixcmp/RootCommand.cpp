@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,13 @@ CACMPT_Extensions rootExtensions() {
     return extensions;
 }
 
+/// The URL of a distribution point is an ASCII text (RFC 5280 4.2.1.6).
+void checkUrl(const std::string& cdp) {
+    if (!std::all_of(cdp.begin(), cdp.end(), [](char c) { return c > 0x20 && c < 0x7F; })) {
+        throw UsageError("--cdp must be ASCII without blanks; write other letters percent-encoded");
+    }
+}
+
 std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     checkPath(options.ca, "--ca");
     CACMPT_PARSED_RDN subject = readName(options.subject, "--subject");
@@ -49,6 +57,7 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     CACMPT_Period crlPeriod = readPeriod(options.crlPeriod, "--crl-period");
     CACMPT_Date notBefore;
     if (!options.notBefore.empty()) notBefore = readDate(options.notBefore, "--not-before");
+    checkUrl(options.cdp);
     checkEnd(notBefore, validity);
     checkAbsent(options);
     planOutputs({options.certout});
@@ -65,7 +74,10 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
 
 int run(Options& options, Context& context) {
     std::unique_ptr<PKIXCMP_Server> ca = generate(options);
-    if (!options.certout.empty()) writeObject(options.certout, ca->Certificate, "CERTIFICATE");
+    if (!options.certout.empty()) {
+        behind("the CA stands, its certificate is in store My",
+               [&] { writeObject(options.certout, ca->Certificate, "CERTIFICATE"); });
+    }
     CertificateInfo root;
     PKIXCMP_Base::Cert_Decode(ca->Certificate, &root);
     Json result;

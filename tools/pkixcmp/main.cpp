@@ -47,7 +47,7 @@ Program load() {
 
 int main(int argc, char** argv) {
     if (argc == 2 && (std::strcmp(argv[1], "--version") == 0 || std::strcmp(argv[1], "-V") == 0)) {
-        return std::puts("pkixcmp " PKIXCMP_VERSION) < 0;
+        return std::puts("pkixcmp " PKIXCMP_VERSION) < 0 || std::fflush(stdout) != 0;
     }
     Program program = load();
     return program != nullptr ? program(argc, argv) : 1;
