@@ -39,7 +39,9 @@ bool enumerate(Enumerator next, std::size_t nameSize, Visit visit) {
 }
 
 /// A reference of the caller's own to what a search found, or 0.
-unsigned long long found(CFindAlgIdIn& search) {
+template <class Search>
+unsigned long long found(unsigned int algorithm) {
+    Search search(algorithm);
     if (!search.Enumerate()) return 0;
     if (!CryptContextAddRef(search.provider(), nullptr, 0)) {
         PKIXCMP_THROW(CryptException, GetLastError());
@@ -88,10 +90,10 @@ unsigned long long QXGetDefaultCSP(unsigned int algorithm) {
     if (const unsigned long long provider = QXCAPI_I_CryptGetDefaultCryptProv(algorithm)) {
         return provider;
     }
-    CFindAlgIdInDefaultProviders types(algorithm);
-    if (const unsigned long long provider = found(types)) return provider;
-    CFindAlgIdInProviders named(algorithm);
-    return found(named);
+    if (const unsigned long long provider = found<CFindAlgIdInDefaultProviders>(algorithm)) {
+        return provider;
+    }
+    return found<CFindAlgIdInProviders>(algorithm);
 }
 
 }  // namespace Quorvex

@@ -13,6 +13,8 @@ namespace Quorvex {
 PKIXCMP_API unsigned long long QXGetDefaultCSP(unsigned int algorithm);
 
 /// Tries providers one after the other for an algorithm. Holds the context of the last one tried.
+/// The searches derived from it go through the providers until one has it; `Enumerate` is false
+/// when none has.
 class PKIXCMP_API CFindAlgIdIn {
 public:
     explicit CFindAlgIdIn(unsigned int algorithm) : algorithm_(algorithm) {}
@@ -23,8 +25,6 @@ public:
     /// Opens the provider in the place of the one before; true if it has the algorithm. A null name
     /// is the default provider of the type.
     bool TryNextProv(unsigned int type, const char* name);
-    /// Goes through the providers until one has the algorithm; false when none has.
-    virtual bool Enumerate() = 0;
     /// Owned by this object.
     unsigned long long provider() const { return provider_; }
 
@@ -37,7 +37,7 @@ private:
 class PKIXCMP_API CFindAlgIdInDefaultProviders : public CFindAlgIdIn {
 public:
     using CFindAlgIdIn::CFindAlgIdIn;
-    bool Enumerate() override;
+    bool Enumerate();
     /// Called for each type; true to go on.
     bool OnType(unsigned int type) { return !TryNextProv(type, nullptr); }
 };
@@ -46,7 +46,7 @@ public:
 class PKIXCMP_API CFindAlgIdInProviders : public CFindAlgIdIn {
 public:
     using CFindAlgIdIn::CFindAlgIdIn;
-    bool Enumerate() override;
+    bool Enumerate();
     /// Called for each provider; true to go on.
     bool OnProv(unsigned int type, const char* name) { return !TryNextProv(type, name); }
 };

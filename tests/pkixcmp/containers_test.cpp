@@ -409,8 +409,10 @@ TEST(ProviderSearch, FindsAProviderWithTheAlgorithm) {
     EXPECT_TRUE(search.Enumerate());
     EXPECT_TRUE(search.OnType(PROV_RSA));  // goes on
     EXPECT_FALSE(search.OnType(PROV_ECDSA_P256));
-    EXPECT_EQ(cryptError([&] { search.TryNextProv(9999, nullptr); }), NTE_PROV_TYPE_NOT_DEF);
-    EXPECT_EQ(search.provider(), 0u);
+    Quorvex::CFindAlgIdIn any(CALG_ECDSA);
+    EXPECT_TRUE(any.TryNextProv(PROV_ECDSA_P384, nullptr));
+    EXPECT_EQ(cryptError([&] { any.TryNextProv(9999, nullptr); }), NTE_PROV_TYPE_NOT_DEF);
+    EXPECT_EQ(any.provider(), 0u);
 }
 
 }  // namespace
