@@ -41,13 +41,16 @@ void checkConfig(const std::string& path) {
 }
 
 void checkKeyBits(const KeyOptions& key) {
-    const std::string sizes = key.providerType == PROV_RSA           ? "2048, 3072 or 4096"
-                              : key.providerType == PROV_ECDSA_PLAIN ? "256 or 384"
-                                                                     : "";
     if (key.keyBits == 0) return;
+    std::string sizes;
+    if (key.providerType == PROV_RSA || key.providerType == PROV_RSA_3072_PLAIN) {
+        sizes = "2048, 3072 or 4096";
+    } else if (key.providerType == PROV_ECDSA_PLAIN) {
+        sizes = "256 or 384";
+    }
     if (sizes.empty()) {
         throw UsageError(
-            "--key-bits is for the provider types 1 and 16; the others have one size");
+            "--key-bits is for the provider types 1, 16 and 76; the others have one size");
     }
     if (sizes.find(std::to_string(key.keyBits)) == std::string::npos) {
         throw UsageError("--key-bits is " + sizes + " for provider type " +
@@ -201,7 +204,7 @@ void addEnrol(CLI::App& app, Context& context) {
     addNewKeyOptions(enrol, options->key);
     enrol
         ->add_option("--key-bits", options->key.keyBits,
-                     "Bits of the key, for provider types 1 and 16 (0: their own default)")
+                     "Bits of the key, for provider types 1, 16 and 76 (0: their own default)")
         ->check(CLI::Range(0, 16384));
     enrol->add_option("--config", options->config,
                       "Path of the configuration tree that gets the certificate");

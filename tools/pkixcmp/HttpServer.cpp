@@ -118,9 +118,15 @@ public:
     ~Daemon() {
         stopping_ = true;
         int fd = mhd_.quiesce_daemon(daemon_);
-        if (fd >= 0) ::close(fd);
-        auto end = std::chrono::steady_clock::now() + options_.timeout;
-        while (inFlight_ > 0 && std::chrono::steady_clock::now() < end) {
+        if (fd >= 0) {
+            takeWaiting(fd);
+            ::close(fd);
+        }
+        // What was sent before the end is read in the first moment, and answered in the time left.
+        auto begin = std::chrono::steady_clock::now();
+        for (auto now = begin; now < begin + std::chrono::milliseconds(100) ||
+                               (inFlight_ > 0 && now < begin + options_.timeout);
+             now = std::chrono::steady_clock::now()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         mhd_.stop_daemon(daemon_);
@@ -150,6 +156,18 @@ private:
             &Daemon::onConnection, this, MHD_OPTION_CONNECTION_TIMEOUT,
             static_cast<unsigned>(options_.timeout.count()), MHD_OPTION_CONNECTION_LIMIT, 10000u,
             MHD_OPTION_THREAD_POOL_SIZE, pool, MHD_OPTION_END);
+    }
+
+    /// Connections that no thread has taken yet would be reset with the listening socket.
+    void takeWaiting(int listening) {
+        for (;;) {
+            sockaddr_storage peer{};
+            socklen_t length = sizeof peer;
+            auto address = reinterpret_cast<sockaddr*>(&peer);
+            int fd = ::accept4(listening, address, &length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+            if (fd < 0) return;
+            mhd_.add_connection(daemon_, fd, address, length);
+        }
     }
 
     /// The first line of a request is there: from here on it has a line in the log, also when the

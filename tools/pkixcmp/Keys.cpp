@@ -81,7 +81,7 @@ void addNewKeyOptions(CLI::App* command, KeyOptions& options) {
                         "(VAULT, or DISK with --pin)");
     command->add_option("--provider-type", options.providerType,
                         "Kind of key: 75 ECDSA P-256, 80 RSA-3072, 81 ECDSA P-384; without PIN and "
-                        "reader 1 RSA, 16 ECDSA P-256");
+                        "reader 1 RSA, 16 ECDSA P-256, 76 RSA-3072");
     addPinOption(command, options.pin);
 }
 

@@ -34,6 +34,7 @@ Microhttpd bindAll() {
     Microhttpd bound{};
     library.bind(bound.start_daemon, "MHD_start_daemon");
     library.bind(bound.quiesce_daemon, "MHD_quiesce_daemon");
+    library.bind(bound.add_connection, "MHD_add_connection");
     library.bind(bound.stop_daemon, "MHD_stop_daemon");
     library.bind(bound.get_connection_info, "MHD_get_connection_info");
     library.bind(bound.get_connection_values, "MHD_get_connection_values");

@@ -9,6 +9,7 @@ namespace tool {
 struct Microhttpd {
     decltype(&MHD_start_daemon) start_daemon;
     decltype(&MHD_quiesce_daemon) quiesce_daemon;
+    decltype(&MHD_add_connection) add_connection;
     decltype(&MHD_stop_daemon) stop_daemon;
     decltype(&MHD_get_connection_info) get_connection_info;
     decltype(&MHD_get_connection_values) get_connection_values;
