@@ -28,6 +28,10 @@ public:
     PKIXCMP_Client(WndProv& wnd, const CACMPT_BLOB& certificate, bool isRequest,
                    const char* providerName, unsigned int providerType);
     ~PKIXCMP_Client() override;
+    /// Makes the object a client without a key.
+    void init(const char* providerName, unsigned int providerType);
+    /// Makes it the client of a certificate in "My", or in "Request".
+    void init(WndProv& wnd, const CACMPT_BLOB& certificate, bool isRequest);
 
     /// The client of the open request for a public key; the caller owns it. Takes a certificate of
     /// the key or the key bits. "No request!" unless exactly one template stands in "Request".
@@ -60,6 +64,6 @@ public:
     std::unique_ptr<PKIXCMP_Client> NewKeyClient;  // the new key during a key update
 
 private:
-    void init(const char* providerName, unsigned int providerType);
-    void init(WndProv& wnd, const CACMPT_BLOB& certificate, bool isRequest);
+    /// Holds the context in place of the one before.
+    void takeProvider(unsigned long long provider);
 };

@@ -42,8 +42,11 @@ PKIXCMP_Client::PKIXCMP_Client(WndProv& wnd, const CACMPT_BLOB& certificate, boo
     }
 }
 
-PKIXCMP_Client::~PKIXCMP_Client() {
+PKIXCMP_Client::~PKIXCMP_Client() { takeProvider(0); }
+
+void PKIXCMP_Client::takeProvider(unsigned long long provider) {
     if (ProviderHandle) CryptReleaseContext(ProviderHandle, 0);
+    ProviderHandle = provider;
 }
 
 void PKIXCMP_Client::init(const char* providerName, unsigned int providerType) {
@@ -51,10 +54,12 @@ void PKIXCMP_Client::init(const char* providerName, unsigned int providerType) {
     KeySpec = 0;
     ProviderType = providerType;
     setProviderName(providerName);
-    if (!CryptAcquireContextA(&ProviderHandle, nullptr, providerName, providerType,
+    HCRYPTPROV provider = 0;
+    if (!CryptAcquireContextA(&provider, nullptr, ProviderName, providerType,
                               CRYPT_VERIFYCONTEXT)) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }
+    takeProvider(provider);
     Certificate.size = 0;
 }
 
@@ -69,17 +74,18 @@ void PKIXCMP_Client::init(WndProv& wnd, const CACMPT_BLOB& certificate, bool isR
     const HCRYPTPROV handle = openPrivateKey(context.get(), keySpec);
     if (handle == 0) PKIXCMP_THROW(CryptException, GetLastError());
     prov_handle provider(handle);
-    DWORD length = sizeof ProviderType;
-    if (!CryptGetProvParam(handle, PP_PROVTYPE, reinterpret_cast<BYTE*>(&ProviderType), &length,
-                           0)) {
+    DWORD type = 0;
+    DWORD length = sizeof type;
+    if (!CryptGetProvParam(handle, PP_PROVTYPE, reinterpret_cast<BYTE*>(&type), &length, 0)) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }
-    if (ProviderType == PROV_ECDSA_P256 &&
+    if (type == PROV_ECDSA_P256 &&
         get_pin_load(wnd, handle, get_container(handle).c_str(), 0, 0) == 0) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }
     KeySpec = keySpec;
-    ProviderHandle = provider.detach();
+    ProviderType = type;
+    takeProvider(provider.detach());
     Certificate = certificate;
 }
 

@@ -105,8 +105,7 @@ PKIXCMP_Client* PKIXCMP_Client::GenerateKeyPair(WndProv& wnd, const char* config
     unsigned long long provider = 0;
     PKIXCMP_Base::GenerateKeyPair(wnd, providerName, providerType, reader.c_str(), name.c_str(),
                                   keySpec, flag, provider);
-    CryptReleaseContext(client->ProviderHandle, 0);
-    client->ProviderHandle = provider;
+    client->takeProvider(provider);
     client->KeySpec = static_cast<std::uint32_t>(keySpec);
     client->ConfigPath = configPath ? configPath : "";
     return client.release();

@@ -71,6 +71,12 @@ TEST_F(ClientInstallTest, AnEnrolledClientIsFoundAgainByItsConfiguration) {
         EXPECT_EQ(again.ProviderType, PROV_ECDSA_P256);
         const auto request = makeRequest(REQUEST_TYPE_GET_CRL);
         EXPECT_GT(send(again, *request).size, 0u);  // signs
+        EXPECT_FAILURE(again.init(wnd, issued, true), "CryptException 80092004");
+        EXPECT_GT(send(again, *request).size, 0u);  // is what it was
+        again.init(nullptr, PROV_RSA);
+        EXPECT_TRUE(again.ProviderType == PROV_RSA && again.Certificate.empty());
+        again.init(wnd, issued, false);
+        EXPECT_GT(send(again, *request).size, 0u);
     }
     PKIXCMP_Client bare(wnd, "", nullptr, PROV_RSA);
     EXPECT_TRUE(bare.ProviderHandle && bare.KeySpec == 0 && bare.Certificate.empty());
