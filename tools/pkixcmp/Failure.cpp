@@ -19,6 +19,10 @@ struct CodeMeaning {
     unsigned int code;
     const char* text;
 };
+constexpr const char* denied =
+    "access denied; check the rights of the state folder, or set PKIXCMP_HOME to one of your own";
+constexpr const char* unreadable =
+    "the state folder cannot be read or written; check its path (PKIXCMP_HOME) and its disk";
 constexpr CodeMeaning codeMeanings[] = {
     {SCARD_W_WRONG_CHV, "wrong PIN; give the right one with --pin"},
     {SCARD_W_CHV_BLOCKED,
@@ -34,12 +38,12 @@ constexpr CodeMeaning codeMeanings[] = {
     {NTE_BAD_KEYSET_PARAM,
      "no name for a container: it must not be empty, begin with a dot, hold slashes or control "
      "characters, or be longer than 200 bytes"},
-    {NTE_SYS_ERR,
-     "the state folder cannot be read or written; check its path (PKIXCMP_HOME) and its disk"},
+    {NTE_SYS_ERR, unreadable},
+    {CRYPT_E_FILE_ERROR, unreadable},
     {NTE_EXISTS, "it exists already; choose another name"},
     {NTE_NO_KEY, "the container holds no such key"},
-    {NTE_PERM, "access denied; check the rights of the state folder (PKIXCMP_HOME)"},
-    {ERROR_ACCESS_DENIED, "access denied; check the rights of the state folder (PKIXCMP_HOME)"},
+    {NTE_PERM, denied},
+    {ERROR_ACCESS_DENIED, denied},
     {NTE_BAD_PROV_TYPE, "no such provider type; take 1, 16, 75, 76, 80 or 81"},
     {NTE_PROV_TYPE_NOT_DEF, "no such provider type; take 1, 16, 75, 76, 80 or 81"},
     {CRYPT_E_NOT_FOUND, "not found"},
@@ -77,6 +81,16 @@ std::string oneLine(std::string text) {
     return utf8FromWide(wideFromUtf8(text));
 }
 
+/// The text of a failed store holds the code ("0x5") and the name ('Root').
+std::string meaningOfStore(const std::exception& failure) {
+    const std::string text = oneLine(bareText(utf8Text(failure, failure.what())));
+    const std::size_t code = text.find("0x"), open = text.find('\'');
+    const std::size_t close = open == text.npos ? open : text.find("': ", open);
+    if (code == text.npos || close == text.npos) return text;
+    return "store " + text.substr(open + 1, close - open - 1) + ": " +
+           meaningOfCode(static_cast<unsigned int>(std::strtoul(&text[code], nullptr, 16)));
+}
+
 }  // namespace
 
 std::string meaningOfCode(unsigned int code) {
@@ -99,11 +113,8 @@ std::string meaningOf(const std::exception& failure) {
     if (dynamic_cast<const rights_exception*>(&failure) != nullptr) {
         return meaningOfCode(ERROR_ACCESS_DENIED);
     }
-    if (typeid(failure) == typeid(config_exception)) {
-        return "the settings cannot be read or written; check the state folder (PKIXCMP_HOME) and "
-               "its "
-               "disk";
-    }
+    if (typeid(failure) == typeid(config_exception)) return unreadable;
+    if (dynamic_cast<const StoreException*>(&failure) != nullptr) return meaningOfStore(failure);
     return oneLine(bareText(utf8Text(failure, failure.what())));
 }
 

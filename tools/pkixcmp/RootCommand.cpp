@@ -50,6 +50,40 @@ void checkUrl(const std::string& cdp) {
     }
 }
 
+/// A root goes into the machine's store too, which is not everybody's to write.
+void checkMachineStore() {
+    store_handle store;
+    if (!store.open(L"Root", true, 0)) {
+        throw Failure("cannot open the machine's store Root: " + meaningOfCode(GetLastError()));
+    }
+}
+
+/// A name for the container, so that one left behind by a failure can be found and removed. None
+/// for a provider type that does not exist, which is told when the key is made.
+std::string generateName(int providerType) {
+    HCRYPTPROV provider = 0;
+    char name[256] = {};
+    if (CryptAcquireContextA(&provider, nullptr, nullptr, static_cast<DWORD>(providerType),
+                             CRYPT_VERIFYCONTEXT)) {
+        prov_handle owner(provider);
+        CACMP_GenContainerName(provider, name);
+    }
+    return name;
+}
+
+/// Runs the making of a root; a key that it leaves when it fails goes again.
+template <class Make>
+auto removingLeft(const std::string& container, int providerType, Make make) -> decltype(make()) {
+    try {
+        return make();
+    } catch (...) {
+        HCRYPTPROV none = 0;
+        CryptAcquireContextA(&none, container.c_str(), nullptr, static_cast<DWORD>(providerType),
+                             CRYPT_DELETEKEYSET);
+        throw;
+    }
+}
+
 std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     checkPath(options.ca, "--ca");
     CACMPT_PARSED_RDN subject = readName(options.subject, "--subject");
@@ -61,14 +95,21 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     checkEnd(notBefore, validity);
     checkAbsent(options);
     planOutputs({options.certout});
+    checkMachineStore();
+    bool generated = options.key.container.empty();
+    if (generated) options.key.container = generateName(options.key.providerType);
     CallerWndProv dialogue;
     std::string container = planContainer(options.key, dialogue);
     std::wstring name = wideFromUtf8(options.name.empty() ? nameText(subject) : options.name);
-    return doing("make the root", [&] {
+    auto make = [&] {
         return std::unique_ptr<PKIXCMP_Server>(PKIXCMP_Server::GenerateRoot(
             options.ca.c_str(), subject.tostring(3).c_str(), rootExtensions(), name.c_str(), false,
             nullptr, options.key.providerType, container.c_str(), validity, notBefore,
             options.cdp.c_str(), crlPeriod, &dialogue));
+    };
+    // One with a name of the caller's may have been there before: it is never removed.
+    return doing("make the root", [&] {
+        return generated ? removingLeft(container, options.key.providerType, make) : make();
     });
 }
 
