@@ -100,15 +100,15 @@ class Enrol(ProgramTest):
 
     def test_root_options(self):
         self.home.root("--valid", "520w", "--not-before", "2026-01-02T03:04:05Z", "--cdp",
-                       "http://ca.example/root.crl", "--name", "Корень")
+                       "http://ca.example/crl?ca=1&form=<der>", "--name", "Корень")
         text = self.home.x509("root.pem")
         self.assertIn("Not Before: Jan  2 03:04:05 2026 GMT", text)
         self.assertIn("Not After : Dec 21 03:04:05 2035 GMT", text)
-        self.assertIn("URI:http://ca.example/root.crl", text)
+        self.assertIn("URI:http://ca.example/crl?ca=1&form=<der>", text)
         self.assertEqual(self.home.json("config", "get", CA + r"\caname")["value"], "Корень")
         self.home.p10(self.home.request())
         self.home.issue()
-        self.assertIn("URI:http://ca.example/root.crl", self.home.x509("issued.pem"))
+        self.assertIn("URI:http://ca.example/crl?ca=1&form=<der>", self.home.x509("issued.pem"))
 
     def test_days_end_with_the_ca(self):
         self.home.root("--valid", "30d")

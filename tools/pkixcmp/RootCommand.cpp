@@ -43,11 +43,15 @@ CACMPT_Extensions rootExtensions() {
     return extensions;
 }
 
-/// The URL of a distribution point is an ASCII text (RFC 5280 4.2.1.6).
-void checkUrl(const std::string& cdp) {
+/// The URL of a distribution point is an ASCII text (RFC 5280 4.2.1.6). The library puts it into
+/// XML text as it stands.
+std::string xmlUrl(const std::string& cdp) {
     if (!std::all_of(cdp.begin(), cdp.end(), [](char c) { return c > 0x20 && c < 0x7F; })) {
         throw UsageError("--cdp must be ASCII without blanks; write other letters percent-encoded");
     }
+    std::string text;
+    for (char c : cdp) text += c == '&' ? "&amp;" : c == '<' ? "&lt;" : std::string(1, c);
+    return text;
 }
 
 /// A root goes into the machine's store too, which is not everybody's to write.
@@ -91,7 +95,7 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     CACMPT_Period crlPeriod = readPeriod(options.crlPeriod, "--crl-period");
     CACMPT_Date notBefore;
     if (!options.notBefore.empty()) notBefore = readDate(options.notBefore, "--not-before");
-    checkUrl(options.cdp);
+    std::string cdp = xmlUrl(options.cdp);
     checkEnd(notBefore, validity);
     checkAbsent(options);
     planOutputs({options.certout});
@@ -104,8 +108,8 @@ std::unique_ptr<PKIXCMP_Server> generate(Options& options) {
     auto make = [&] {
         return std::unique_ptr<PKIXCMP_Server>(PKIXCMP_Server::GenerateRoot(
             options.ca.c_str(), subject.tostring(3).c_str(), rootExtensions(), name.c_str(), false,
-            nullptr, options.key.providerType, container.c_str(), validity, notBefore,
-            options.cdp.c_str(), crlPeriod, &dialogue));
+            nullptr, options.key.providerType, container.c_str(), validity, notBefore, cdp.c_str(),
+            crlPeriod, &dialogue));
     };
     // One with a name of the caller's may have been there before: it is never removed.
     return doing("make the root", [&] {
