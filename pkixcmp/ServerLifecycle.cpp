@@ -42,7 +42,7 @@ void PKIXCMP_Server::init(const char* providerName, unsigned int providerType) {
     ProviderType = providerType;
     setProviderName(providerName);
     KeySpec = AT_SIGNATURE;
-    if (!CryptAcquireContextA(&ProviderHandle, nullptr, providerName, providerType,
+    if (!CryptAcquireContextA(&ProviderHandle, nullptr, ProviderName, providerType,
                               CRYPT_VERIFYCONTEXT)) {
         PKIXCMP_THROW(CryptException, GetLastError());
     }

@@ -20,7 +20,9 @@ struct OidLiteral {
         int index = 0;
         for (std::size_t i = 0; i + 1 < N;) {
             std::uint64_t arc = 0;
-            for (; i + 1 < N && text[i] != '.'; ++i) arc = arc * 10 + (text[i] - '0');
+            for (; i + 1 < N && text[i] != '.'; ++i) {
+                arc = arc * 10 + static_cast<std::uint64_t>(text[i] - '0');
+            }
             ++i;
             if (index == 0) {
                 first = arc * 40;
