@@ -1,6 +1,7 @@
 """One enrolment from an empty machine to an installed certificate, judged by OpenSSL."""
 
 import json
+import sqlite3
 import unittest
 
 from program import CA, ROOT, ProgramTest
@@ -109,6 +110,17 @@ class Enrol(ProgramTest):
         self.home.p10(self.home.request())
         self.home.issue()
         self.assertIn("URI:http://ca.example/crl?ca=1&form=<der>", self.home.x509("issued.pem"))
+
+    def test_a_root_that_fails_leaves_no_certificate_without_its_key(self):
+        """Also when the machine's store takes no more, behind the user's."""
+        self.home.root()
+        with sqlite3.connect(self.home.path("home/machine/pkixcmp.db")) as machine:
+            machine.execute("CREATE TRIGGER full BEFORE INSERT ON objects BEGIN "
+                            "SELECT RAISE(ABORT, 'full'); END")
+        machine.close()
+        self.home.run("root", "new", "--ca", r"\local\late", "--subject", "CN=Late", code=1)
+        containers = {c["container"] for c in self.home.json("container", "ls")}
+        self.assertEqual({e["container"] for e in self.home.json("store", "ls", "My")}, containers)
 
     def test_days_end_with_the_ca(self):
         self.home.root("--valid", "30d")

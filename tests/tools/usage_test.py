@@ -45,6 +45,7 @@ class Usage(ProgramTest):
             [*ENROL, "--san", "dns:пример.рф"], [*ENROL, "--san", "ip:1.2.3"],
             [*ENROL, "--key-usage", "everything"], [*ENROL, "--provider-type", "1", "--reader", "X"],
             [*ENROL, "--key-bits", "2048"], [*ENROL, "--provider-type", "1", "--key-bits", "1024"],
+            [*ENROL, "--provider-type", "16", "--key-bits", "38"],
             [*ENROL, "--trust", ""], [*ROOT_NEW, "--pin", ""], [*ROOT_NEW, "--cdp", "список"],
             ["issue", "--ca", CA, "--reqin", "x", "--rspout", "y", "--certout", "y"],
             [*ENROL, "--provider-type", "1", "--key-bits", "-1"],

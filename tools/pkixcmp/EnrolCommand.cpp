@@ -1,4 +1,5 @@
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,19 +43,15 @@ void checkConfig(const std::string& path) {
 
 void checkKeyBits(const KeyOptions& key) {
     if (key.keyBits == 0) return;
-    std::string sizes;
-    if (key.providerType == PROV_RSA || key.providerType == PROV_RSA_3072_PLAIN) {
-        sizes = "2048, 3072 or 4096";
-    } else if (key.providerType == PROV_ECDSA_PLAIN) {
-        sizes = "256 or 384";
-    }
-    if (sizes.empty()) {
+    bool rsa = key.providerType == PROV_RSA || key.providerType == PROV_RSA_3072_PLAIN;
+    if (!rsa && key.providerType != PROV_ECDSA_PLAIN) {
         throw UsageError(
             "--key-bits is for the provider types 1, 16 and 76; the others have one size");
     }
-    if (sizes.find(std::to_string(key.keyBits)) == std::string::npos) {
-        throw UsageError("--key-bits is " + sizes + " for provider type " +
-                         std::to_string(key.providerType));
+    const std::set<int> sizes = rsa ? std::set{2048, 3072, 4096} : std::set{256, 384};
+    if (sizes.count(key.keyBits) == 0) {
+        throw UsageError("--key-bits is " + std::string(rsa ? "2048, 3072 or 4096" : "256 or 384") +
+                         " for provider type " + std::to_string(key.providerType));
     }
 }
 

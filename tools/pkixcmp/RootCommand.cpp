@@ -75,15 +75,33 @@ std::string generateName(int providerType) {
     return name;
 }
 
-/// Runs the making of a root; a key that it leaves when it fails goes again.
+/// Whether "My" holds a certificate of the key in a container, or cannot be looked into.
+bool mayBeInstalled(const std::string& container) {
+    store_handle my;
+    if (!my.open(L"My", false, CERT_STORE_OPEN_EXISTING | CERT_STORE_READONLY)) {
+        return GetLastError() != ERROR_FILE_NOT_FOUND;
+    }
+    PCCERT_CONTEXT certificate = nullptr;
+    while ((certificate = CertEnumCertificatesInStore(my.get(), certificate)) != nullptr) {
+        if (containerOf(certificate) != container) continue;
+        CertFreeCertificateContext(certificate);
+        return true;
+    }
+    return GetLastError() != CRYPT_E_NOT_FOUND;
+}
+
+/// Runs the making of a root; a key that it leaves when it fails goes again, unless its certificate
+/// was installed already.
 template <class Make>
 auto removingLeft(const std::string& container, int providerType, Make make) -> decltype(make()) {
     try {
         return make();
     } catch (...) {
         HCRYPTPROV none = 0;
-        CryptAcquireContextA(&none, container.c_str(), nullptr, static_cast<DWORD>(providerType),
-                             CRYPT_DELETEKEYSET);
+        if (!mayBeInstalled(container)) {
+            CryptAcquireContextA(&none, container.c_str(), nullptr,
+                                 static_cast<DWORD>(providerType), CRYPT_DELETEKEYSET);
+        }
         throw;
     }
 }
